@@ -36,11 +36,15 @@ namespace dravix::imaging {
 namespace detail {
 namespace {
 
-void PickStridedScalar(const BYTE* row, const BYTE*, BYTE* dst, const BYTE*, int n, int e, int k) {
-  const long long stride = static_cast<long long>(e) * k;
-  for (int i = 0; i < n; ++i) {
-    const BYTE* p = row + stride * i;
-    for (int c = 0; c < e; ++c) dst[e * i + c] = p[c];
+void PickStridedScalar(const StridedJob& job) {
+  const long long stride = static_cast<long long>(job.e) * job.k;
+  for (int y = 0; y < job.rows; ++y) {
+    const BYTE* row = job.src + static_cast<long long>(y * job.rowStep) * job.srcRowBytes;
+    BYTE* dst = job.dst + y * job.dstRowBytes;
+    for (int i = 0; i < job.n; ++i) {
+      const BYTE* p = row + stride * i;
+      for (int c = 0; c < job.e; ++c) dst[job.e * i + c] = p[c];
+    }
   }
 }
 
@@ -96,6 +100,7 @@ namespace {
 using detail::GeneralRow;
 using detail::LerpColumns;
 using detail::RowKernels;
+using detail::StridedJob;
 
 // Beyond this many bytes a double no longer holds every byte index exactly
 // with room to spare; such planes take the formula as written.
@@ -120,17 +125,18 @@ void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long pl
                     kExactIndexLimit;
   const bool unit = hstep == 1.0 && !huge;
   const bool integral = hstep == std::floor(hstep) && hstep < 2147483647.0 && !huge;
+  if (integral && !unit) {
+    const StridedJob job{src,       src + planeBytes, planeWidth, vstep, dst,
+                         outWidth,  outHeight,        outWidth,   1,     static_cast<int>(hstep)};
+    k.pick_strided(job);
+    return;
+  }
   for (int y = 0; y < outHeight; ++y) {
     const long long srcRow = static_cast<long long>(y * vstep);
     const long long rowStart = srcRow * planeWidth;
     BYTE* d = dst + static_cast<long long>(y) * outWidth;
     if (unit) {
       std::memcpy(d, src + rowStart, static_cast<size_t>(outWidth));
-    } else if (integral) {
-      const int step = static_cast<int>(hstep);
-      const long long lastRead = rowStart + static_cast<long long>(step) * (outWidth - 1);
-      k.pick_strided(src + rowStart, src + std::max(planeBytes, lastRead + 1), d, dstEnd,
-                     outWidth, 1, step);
     } else if (huge) {
       detail::ScalarPickPlane(src, rowStart, nullptr, d, dstEnd, outWidth, hstep);
     } else {
@@ -203,15 +209,15 @@ RowPlace PlaceRow(const ResampleGeometry& g, int j) {
 
 void ResamplePoint(const RowKernels& k, const ResampleGeometry& g) {
   const int step = static_cast<int>(g.hratio);
+  if (step != 1) {
+    const StridedJob job{g.src,  g.srcEnd,      g.srcStride, g.vratio, g.dst,
+                         g.dstStride, g.dstHeight, g.dstWidth, 3,      step};
+    k.pick_strided(job);
+    return;
+  }
   for (int j = 0; j < g.dstHeight; ++j) {
-    const BYTE* row = g.src + PlaceRow(g, j).y0 * g.srcStride;
-    BYTE* d = g.dst + j * g.dstStride;
-    if (step == 1) {
-      std::memcpy(d, row, static_cast<size_t>(g.dstStride));
-      continue;
-    }
-    const BYTE* lastRead = row + 3LL * step * (g.dstWidth - 1) + 3;
-    k.pick_strided(row, std::max(lastRead, g.srcEnd), d, g.dstEnd, g.dstWidth, 3, step);
+    std::memcpy(g.dst + j * g.dstStride, g.src + PlaceRow(g, j).y0 * g.srcStride,
+                static_cast<size_t>(g.dstStride));
   }
 }
 

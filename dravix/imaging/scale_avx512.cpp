@@ -10,6 +10,10 @@
 
 #if defined(__x86_64__) && defined(__GNUC__)
 
+// GCC 12 reports the deliberately undefined lanes inside its own AVX-512
+// intrinsic headers (_mm512_undefined_*) as maybe-uninitialized.
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+
 #include <immintrin.h>
 
 #include <algorithm>
@@ -47,14 +51,14 @@ DRAVIX_AVX512 inline void StoreBlock(BYTE* d, const BYTE* dstEnd, __m512i v, int
   }
 }
 
-DRAVIX_AVX512 void PickStrided(const BYTE* row, const BYTE* readEnd, BYTE* dst,
-                               const BYTE* dstEnd, int n, int e, int k) {
-  const long long stride = static_cast<long long>(e) * k;
+DRAVIX_AVX512 void PickStrided(const StridedJob& job) {
+  const int e = job.e;
+  const long long stride = static_cast<long long>(e) * job.k;
   // Elements per block: their sources must fit the 128-byte window.
   const long long fit = (128 - e) / stride + 1;
   const int q = static_cast<int>(std::min<long long>(64 / e, fit));
   if (q < 2) {
-    ScalarKernels().pick_strided(row, readEnd, dst, dstEnd, n, e, k);
+    ScalarKernels().pick_strided(job);
     return;
   }
   alignas(64) uint8_t pattern[64] = {};
@@ -62,10 +66,25 @@ DRAVIX_AVX512 void PickStrided(const BYTE* row, const BYTE* readEnd, BYTE* dst,
     for (int c = 0; c < e; ++c) pattern[e * j + c] = static_cast<uint8_t>(stride * j + c);
   }
   const __m512i idx = _mm512_load_si512(pattern);
-  for (int i = 0; i < n; i += q) {
-    const Window w = LoadWindow(row + stride * i, readEnd);
-    const __m512i r = _mm512_permutex2var_epi8(w.lo, idx, w.hi);
-    StoreBlock(dst + static_cast<long long>(e) * i, dstEnd, r, e * std::min(q, n - i));
+  const BYTE* dstEnd = job.dst + job.rows * job.dstRowBytes;
+  const int n = job.n;
+  for (int y = 0; y < job.rows; ++y) {
+    const BYTE* row = job.src + static_cast<long long>(y * job.rowStep) * job.srcRowBytes;
+    const BYTE* readEnd = std::max(job.srcEnd, row + stride * (n - 1) + e);
+    BYTE* dst = job.dst + y * job.dstRowBytes;
+    int i = 0;
+    // Whole windows inside the readable area need no mask.
+    const long long safe = std::min<long long>(n, (readEnd - row - 128) / stride + 1);
+    for (; i + q <= safe; i += q) {
+      const BYTE* p = row + stride * i;
+      const __m512i r = _mm512_permutex2var_epi8(_mm512_loadu_si512(p), idx, _mm512_loadu_si512(p + 64));
+      StoreBlock(dst + static_cast<long long>(e) * i, dstEnd, r, e * q);
+    }
+    for (; i < n; i += q) {
+      const Window w = LoadWindow(row + stride * i, readEnd);
+      const __m512i r = _mm512_permutex2var_epi8(w.lo, idx, w.hi);
+      StoreBlock(dst + static_cast<long long>(e) * i, dstEnd, r, e * std::min(q, n - i));
+    }
   }
 }
 

@@ -42,12 +42,23 @@ struct GeneralRow {
   int dstWidth;
 };
 
+// A strided pick over a whole picture: destination row y is source row
+// trunc(y * rowStep), and in it dst[e*i + c] = row[e*k*i + c] for i < n,
+// c < e (e is 1 or 3, k >= 2).
+struct StridedJob {
+  const BYTE* src;
+  const BYTE* srcEnd;  // end of the source picture
+  long long srcRowBytes;
+  double rowStep;
+  BYTE* dst;
+  long long dstRowBytes;
+  int rows;
+  int n, e, k;
+};
+
 struct RowKernels {
-  // dst[e*i + c] = row[e*k*i + c] for i < n, c < e (e is 1 or 3, k >= 1).
-  // Reads stay below max(readEnd, the last byte the formula reads); writes
-  // may run up to dstEnd but bytes past the row are garbage.
-  void (*pick_strided)(const BYTE* row, const BYTE* readEnd, BYTE* dst, const BYTE* dstEnd,
-                       int n, int e, int k);
+  // Reads stay below max(job.srcEnd, the last byte the formula reads).
+  void (*pick_strided)(const StridedJob& job);
   // dst[x] = src[trunc(a + x * step)] for x < n, a = rowStart as double.
   void (*pick_plane)(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst,
                      const BYTE* dstEnd, int n, double step);
