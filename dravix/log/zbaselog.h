@@ -12,17 +12,17 @@
 // (replacing the previous old generation) and a new empty log is started.
 // So a log may pass 3 MB by up to 99 writes.
 //
-// The logs take no lock against each other's callers in the sense of
-// ordering: concurrent writes land in the order the kernel takes them.
-// Internally a reader-writer lock keeps a rotation or SetFilename from
-// closing the file under a write in progress.
+// Concurrent writes land in the order the kernel takes them. Internally a
+// light gate (dravix/log/write_gate.h) keeps a rotation or SetFilename from
+// closing the file under a write in progress; writes never wait for each
+// other.
 #pragma once
 
 #include "dravix/base/wintypes.h"
+#include "dravix/log/write_gate.h"
 #include "dravix/platform/append_file.h"
 
 #include <atomic>
-#include <shared_mutex>
 #include <string>
 
 class ZBaseLog {
@@ -59,7 +59,7 @@ class ZBaseLog {
   std::string GetFilePath() const;
 
  private:
-  // Opens m_filePath; called with m_lock held exclusively.
+  // Opens m_filePath; called with the gate held exclusively.
   bool Reopen();
   // The size check of every 100th write.
   BOOL CheckSize();
@@ -69,7 +69,7 @@ class ZBaseLog {
   std::atomic<int> m_opened{0};
   std::atomic<int> m_writeCount{0};
   std::string m_filePath;
-  mutable std::shared_mutex m_lock;  // shared: Write; exclusive: open, close, rotate
+  mutable dravix::log::WriteGate m_gate;  // shared: Write; exclusive: open, close, rotate
 };
 
 namespace dravix::log {
@@ -83,8 +83,8 @@ void SetEmbeddedBaseFolder(const char* folder);
 
 // Free bytes of the disk holding a path; negative when unknown.
 using FreeSpaceProbe = __int64 (*)(const char* path);
-// Replaces the free-space query the logs use (tests); null restores
-// GetDiskFreeSpaceA.
+// Replaces the free-space query the logs use (tests); null restores the
+// real one (the total free bytes of the file system holding the log).
 void SetFreeSpaceProbe(FreeSpaceProbe probe);
 
 }  // namespace dravix::log

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -39,6 +40,12 @@ int64_t AppendFile::Size() const {
   struct stat st {};
   if (fd_ < 0 || ::fstat(fd_, &st) != 0) return -1;
   return static_cast<int64_t>(st.st_size);
+}
+
+int64_t AppendFile::FreeSpace() const {
+  struct statvfs vfs {};
+  if (fd_ < 0 || ::fstatvfs(fd_, &vfs) != 0) return -1;
+  return static_cast<int64_t>(static_cast<uint64_t>(vfs.f_bfree) * vfs.f_frsize);
 }
 
 bool RenamePath(const std::string& from, const std::string& to) { return std::rename(from.c_str(), to.c_str()) == 0; }

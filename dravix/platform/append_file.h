@@ -33,6 +33,8 @@ class AppendFile {
   bool Append(const void* data, size_t size);
   // The file's current length (what any writer has appended), or -1.
   int64_t Size() const;
+  // Total free bytes of the file system holding the open file, or -1.
+  int64_t FreeSpace() const;
 
  private:
   int fd_ = -1;

@@ -319,7 +319,7 @@ BOOL WritePrivateProfileStringA(const char* section, const char* key, const char
     if (header < 0) {
       result = text;
       if (!result.empty() && result.back() != '\n') result += nl;
-      result += "[" + std::string(sectionName) + "]" + nl + entry + nl;
+      result.append("[").append(sectionName).append("]").append(nl).append(entry).append(nl);
     } else {
       const size_t h = static_cast<size_t>(header);
       const long line = ini.FindKey(h, keyName);
