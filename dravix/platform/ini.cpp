@@ -173,7 +173,7 @@ std::optional<std::string_view> Find(const IniText& ini, std::string_view sectio
 DWORD CopyCut(std::string_view value, char* out, DWORD size) {
   if (out == nullptr || size == 0) return 0;
   const size_t n = std::min<size_t>(value.size(), size - 1);
-  std::memcpy(out, value.data(), n);
+  if (n > 0) std::memcpy(out, value.data(), n);
   out[n] = '\0';
   return static_cast<DWORD>(n);
 }

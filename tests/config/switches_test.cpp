@@ -176,22 +176,6 @@ TEST_F(Switches, KeptSwitchesIgnoreEditsOthersSeeThemAtOnce) {
   EXPECT_EQ(EnableZeploAudio(), 0u);
 }
 
-TEST_F(Switches, TheToolTableMatchesTheFunctions) {
-  const auto& table = dravix::config::SwitchTable();
-  ASSERT_EQ(table.size(), kRowCount + 2);
-  WriteFile("LiveTag.ini", "[SYSTEM]\nNORESPONSETIME=77\n[AudioSetting]\nBt878Vol=5\n");
-  size_t row = 0;
-  for (const auto& info : table) {
-    if (info.rule == dravix::config::SwitchRule::kRatio) continue;
-    ASSERT_LT(row, kRowCount);
-    EXPECT_STREQ(info.function, kRows[row].name);
-    EXPECT_STREQ(info.key, kRows[row].key);
-    EXPECT_EQ(info.value(), kRows[row].get()) << info.function;
-    ++row;
-  }
-  EXPECT_EQ(row, kRowCount);
-}
-
 TEST_F(Switches, IsApRunningFindsProcessesByExecutableName) {
   char self[4096];
   const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);

@@ -57,18 +57,13 @@ TEST(DispatcherLoad, EightThreadsPostingEveryEventFiresExactlyOnce) {
   d->RegisterHandler(7, &queued);
   std::atomic<int> releases{0}, deleted{0};
 
-  // Due times made once here: mktime rewrites glibc's time-zone state on
-  // every call under a lock TSan cannot see.
-  std::vector<SYSTEMTIME> due;
-  for (int s = 0; s <= 30; ++s) due.push_back(TestClock::At(s));
-
   std::atomic<int> postersDone{0};
   std::vector<std::thread> posters;
   for (int t = 0; t < kThreads; ++t) {
     posters.emplace_back([&, t] {
       for (int i = 0; i < kTimeEventsPerThread; ++i) {
         const int index = t * kTimeEventsPerThread + i;
-        d->PostTimeEvent(6, due[static_cast<size_t>(1 + i % 30)], static_cast<UINT_PTR>(index), 2222, 100 + t);
+        d->PostTimeEvent(6, TestClock::At(1 + i % 30), static_cast<UINT_PTR>(index), 2222, 100 + t);
         if (i % (kTimeEventsPerThread / kQueuedPerThread) == 0) {
           const int q = t * kQueuedPerThread + i / (kTimeEventsPerThread / kQueuedPerThread);
           auto* payload = new Payload(&releases, &deleted);

@@ -40,7 +40,7 @@ class RecordingHandler : public ZHandler {
     std::lock_guard<std::mutex> lock(mutex_);
     return calls_.size();
   }
-  // Waits (polling) until `n` calls arrived or `limit` passed.
+  // Polls until `n` calls arrived or `limit` passed.
   bool WaitFor(size_t n, std::chrono::seconds limit) {
     const auto end = std::chrono::steady_clock::now() + limit;
     while (Count() < n) {
@@ -76,28 +76,24 @@ class Payload : public ZUnknown {
 
 inline UINT_PTR AsParam(ZUnknown* p) { return reinterpret_cast<UINT_PTR>(p); }
 
-// A process-wide test clock set to whole seconds.
+// A process-wide test clock, in whole seconds from 2008-03-15 12:00:00.
 class TestClock {
  public:
   TestClock() {
-    now_.store(dravix::platform::LocalToUnix(Base()));
+    base_ = dravix::platform::LocalToUnix(At(0));
+    Set(0);
     dravix::platform::SetTestClock([] { return now_.load(); });
   }
   ~TestClock() { dravix::platform::ClearTestClock(); }
-  // 2008-03-15 12:00:00 local time.
-  static SYSTEMTIME Base() { return SYSTEMTIME{2008, 3, 6, 15, 12, 0, 0, 0}; }
-  // Base() + seconds, as a calendar time.
+  // The calendar time `seconds` (0 .. 11:59:59) after the base.
   static SYSTEMTIME At(int seconds) {
-    const std::time_t t = dravix::platform::LocalToUnix(Base()) + seconds;
-    std::tm tm{};
-    localtime_r(&t, &tm);
-    return SYSTEMTIME{static_cast<WORD>(tm.tm_year + 1900), static_cast<WORD>(tm.tm_mon + 1),
-                      static_cast<WORD>(tm.tm_wday), static_cast<WORD>(tm.tm_mday), static_cast<WORD>(tm.tm_hour),
-                      static_cast<WORD>(tm.tm_min), static_cast<WORD>(tm.tm_sec), 0};
+    return SYSTEMTIME{2008, 3, 6, 15, static_cast<WORD>(12 + seconds / 3600), static_cast<WORD>(seconds / 60 % 60),
+                      static_cast<WORD>(seconds % 60), 0};
   }
-  void Set(int secondsFromBase) { now_.store(dravix::platform::LocalToUnix(Base()) + secondsFromBase); }
+  void Set(int seconds) { now_.store(base_ + seconds); }
 
  private:
+  std::time_t base_ = 0;
   static inline std::atomic<std::time_t> now_{0};
 };
 
