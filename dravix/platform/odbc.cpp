@@ -300,6 +300,7 @@ bool OdbcConnection::Query(const std::string& sql,
     }
     onColumns(names);
   }
+  if (columns == 0) return true;  // a statement without a result set
 
   OdbcRow row(static_cast<size_t>(columns));
   char chunk[4096];
