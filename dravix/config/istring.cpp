@@ -26,8 +26,10 @@ std::unique_ptr<IString> sm_inst;
 
 constexpr char kEmpty[] = "";
 
-// The message a failed open shows. The general log also records it once
-// that subsystem exists: this is the one place to add the line.
+// The message a failed open shows. It belongs in the general log too: when
+// dravix/log/ilog.h is part of the library, add here
+//   ILog::Instance()->Write("Database Open Error !!\r\n");
+// (a closed log ignores the write).
 void ReportDatabaseOpenError(const std::string& detail) {
   std::fprintf(stderr, "Database Open Error !!\n  %s\n", detail.c_str());
 }
