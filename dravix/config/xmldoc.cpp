@@ -162,7 +162,10 @@ class TreeReader final : public OptionVisitor {
   void Float(std::string_view key, float& value, float def) override {
     value = Read(key) ? ParseFloat(buf_) : def;
   }
+  // The whole array is rewritten, so no trace of an older, longer value
+  // stays behind the terminator.
   void Text(std::string_view key, char* field, size_t cap, std::string_view def) override {
+    std::memset(field, 0, cap);
     if (Read(key))
       CopyOptionText(field, cap, std::string_view(buf_, len_));
     else
@@ -303,13 +306,21 @@ struct ZXMLMGR::Document {
     EnsureDefaults();
     finder.Clear();
     const pugi::xml_parse_result r =
-        dom.load_file(path.c_str(), pugi::parse_default | pugi::parse_ws_pcdata_single);
-    parsed = static_cast<bool>(r);
+        dom.load_file(path.c_str(), pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    // pugixml also takes a fragment with several top-level elements; a
+    // document has exactly one.
+    parsed = static_cast<bool>(r) && RootCount() == 1;
     if (!parsed) {
       BuildDefault();
       Save(path);
     }
     loaded = true;
+  }
+
+  size_t RootCount() const {
+    size_t n = 0;
+    for (pugi::xml_node c = dom.first_child(); c; c = c.next_sibling()) n += c.type() == pugi::node_element;
+    return n;
   }
 
   void Read(unsigned mask) {
