@@ -5,23 +5,33 @@
 #include "dravix/base/zfile.h"
 #include "dravix/config/default_names.h"
 
-#include <cstdio>
+#include <charconv>
 #include <cstring>
 
 namespace dravix::config {
 namespace {
 
-// A key with one number formatted into it ("Device%02d", "POS%d").
-std::string Key(const char* format, int n) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, format, n);
-  return buf;
+// Keys with numbers in them: "Device%02d", "POS%d", "ViewHasCam%02d%02d".
+// (Formatted by hand: a load formats several thousand of them.)
+void AppendNumber(std::string& out, int n, int width) {
+  char digits[16];
+  const auto r = std::to_chars(digits, digits + sizeof digits, n);
+  const int len = static_cast<int>(r.ptr - digits);
+  if (len < width) out.append(static_cast<size_t>(width - len), '0');
+  out.append(digits, r.ptr);
 }
 
-std::string Key2(const char* format, int a, int b) {
-  char buf[64];
-  std::snprintf(buf, sizeof buf, format, a, b);
-  return buf;
+std::string Key(std::string_view prefix, int n, int width = 1) {
+  std::string k(prefix);
+  AppendNumber(k, n, width);
+  return k;
+}
+
+std::string Key2(std::string_view prefix, int a, int b) {
+  std::string k(prefix);
+  AppendNumber(k, a, 2);
+  AppendNumber(k, b, 2);
+  return k;
 }
 
 class Scope {
@@ -68,9 +78,9 @@ void VisitCameraCaption(OptionVisitor& v, tagDSCAPTIONOPTION& c) {
 
 void VisitDeviceUse(OptionVisitor& v, const char* element, tagDSDEVICEUSE& d) {
   Scope s(v, element);
-  for (int i = 0; i < kDSMaxDevice; ++i) v.Int(Key("Device%02d", i), d.nDevice[i], 0);
+  for (int i = 0; i < kDSMaxDevice; ++i) v.Int(Key("Device", i, 2), d.nDevice[i], 0);
   for (int i = 0; i < kDSMaxDevice; ++i)
-    v.Text(Key("DeviceName%02d", i), d.szDeviceName[i], sizeof d.szDeviceName[i], Key("DEVICE%02d", i));
+    v.Text(Key("DeviceName", i, 2), d.szDeviceName[i], sizeof d.szDeviceName[i], Key("DEVICE", i, 2));
 }
 
 void VisitAction(OptionVisitor& v, tagDSACTIONOPTION& a) {
@@ -79,26 +89,26 @@ void VisitAction(OptionVisitor& v, tagDSACTIONOPTION& a) {
     Scope m(v, "DsMail");
     v.Text("STM", a.szSTM, "");
     v.Text("Sender", a.szSender, "");
-    for (int i = 0; i < kDSMaxNumber; ++i) v.Text(Key("szRecAdr%d", i), a.szRecAdr[i], sizeof a.szRecAdr[i], "");
+    for (int i = 0; i < kDSMaxNumber; ++i) v.Text(Key("szRecAdr", i), a.szRecAdr[i], sizeof a.szRecAdr[i], "");
   }
   {
     Scope f(v, "DsFax");
     v.CrossedText("ComPort", a.szFaxComPort, sizeof a.szFaxComPort, "", "Com 1");
     for (int i = 0; i < kDSMaxNumber; ++i)
-      v.Text(Key("Number%d", i), a.szFaxNumber[i], sizeof a.szFaxNumber[i], "");
+      v.Text(Key("Number", i), a.szFaxNumber[i], sizeof a.szFaxNumber[i], "");
     v.CrossedText("SelNur", a.szSelNur, sizeof a.szSelNur, "Com 1", "");
   }
   {
     Scope p(v, "DsPhone");
     v.Text("ComPort", a.szPhoneComPort, "");
-    for (int i = 0; i < kDSMaxNumber; ++i) v.Text(Key("TelNur%d", i), a.szTelNur[i], sizeof a.szTelNur[i], "");
+    for (int i = 0; i < kDSMaxNumber; ++i) v.Text(Key("TelNur", i), a.szTelNur[i], sizeof a.szTelNur[i], "");
     const std::string home = GetModulePath();
     v.Text("DefVoicename", a.szDefVoicename, home + "prefix.wav");
     v.Text("VoiceFilename", a.szVoiceFilename, home + "mainbody.wav");
   }
   v.PagerText("ComPort", a.szPagerComPort, sizeof a.szPagerComPort, "Com 1");
   for (int i = 0; i < kDSMaxNumber; ++i)
-    v.PagerText(Key("PagerNumber%d", i), a.szPagerNumber[i], sizeof a.szPagerNumber[i], "");
+    v.PagerText(Key("PagerNumber", i), a.szPagerNumber[i], sizeof a.szPagerNumber[i], "");
   v.PagerText("Context", a.szContext, sizeof a.szContext, "");
   v.Bool("Email", a.bEmail, 0);
   v.Bool("Fax", a.bFax, 0);
@@ -118,7 +128,7 @@ void VisitAction(OptionVisitor& v, tagDSACTIONOPTION& a) {
 }
 
 void VisitCamera(OptionVisitor& v, tagDSCAMERAOPTION& c, int n) {
-  Scope s(v, Key("Camera%d", n));
+  Scope s(v, Key("Camera", n));
   v.Text("Name", c.szName, DefaultCameraName(n));
   v.Int("Privilege", c.nPrivilege, 3);
   v.Int("Priority", c.nPriority, 0);
@@ -160,7 +170,7 @@ void VisitCamera(OptionVisitor& v, tagDSCAMERAOPTION& c, int n) {
   VisitAction(v, c.dsAction);
   VisitCameraCaption(v, c.dsCaption);
   for (int i = 0; i < kDSImageFilters; ++i)
-    v.Int(Key("ImageFilterValue%d", i), c.nImageFilterValue[i], kDSFilterOff);
+    v.Int(Key("ImageFilterValue", i), c.nImageFilterValue[i], kDSFilterOff);
 }
 
 void VisitTime(OptionVisitor& v, const char* element, SYSTEMTIME& t) {
@@ -214,7 +224,7 @@ void VisitGeneral(OptionVisitor& v, tagDSGENERALOPTION& g) {
   v.Int("AutoResetDays", g.nAutoResetDays, 7);
   VisitTime(v, "AutoResetTime", g.stAutoResetTime);
   v.Bool("ListPort", g.bListPort, 0);
-  for (int i = 0; i < 4; ++i) v.Int(Key("COMPort%d", i + 1), g.nCOMPort[i], 0);
+  for (int i = 0; i < 4; ++i) v.Int(Key("COMPort", i + 1), g.nCOMPort[i], 0);
   {
     Scope d(v, "dsDynamicIP");
     tagDSDYNAMICIP& ip = g.dsDynamicIP;
@@ -232,29 +242,29 @@ void VisitDevice(OptionVisitor& v, tagDSDVROPTION& o) {
   v.Int("SelectedOCard", o.nSelectedOCard, 0);
   for (int card = 0; card < kDSMaxIOCard; ++card) {
     tagDSDEVICEOPTION& d = o.dsDevice[card];
-    Scope c(v, Key("Device%d", card));
-    v.Text("CardName", d.szCardName, Key("DEVICE%02d", card));
+    Scope c(v, Key("Device", card));
+    v.Text("CardName", d.szCardName, Key("DEVICE", card, 2));
     v.Int("DriveIndex", d.nDriveIndex, 0);
     v.Int("CardIndexOfDriver", d.nCardIndexOfDriver, 0);
     v.Int("CardHandle", d.nCardHandle, 0);
     {
       Scope in(v, "InputDevice");
       for (int i = 0; i < kDSMaxDevice; ++i) {
-        v.Int(Key("Input%02d", i), d.nInput[i], 0);
-        v.Text(Key("Name%02d", i), d.szInputName[i], sizeof d.szInputName[i], Key("INPUT%02d", i));
-        v.Int(Key("Check%02d", i), d.nCheck[i], 0);
-        v.Int(Key("TypeIndex%02d", i), d.nTypeIndex[i], 0);
-        v.Int(Key("GainIndex%02d", i), d.nGainIndex[i], 0);
-        v.Int(Key("Gain%02d", i), d.nGain[i], 0);
-        v.Int(Key("StartTime%02d", i), d.nStartTime[i], 0);
-        v.Int(Key("EndTime%02d", i), d.nEndTime[i], 0);
+        v.Int(Key("Input", i, 2), d.nInput[i], 0);
+        v.Text(Key("Name", i, 2), d.szInputName[i], sizeof d.szInputName[i], Key("INPUT", i, 2));
+        v.Int(Key("Check", i, 2), d.nCheck[i], 0);
+        v.Int(Key("TypeIndex", i, 2), d.nTypeIndex[i], 0);
+        v.Int(Key("GainIndex", i, 2), d.nGainIndex[i], 0);
+        v.Int(Key("Gain", i, 2), d.nGain[i], 0);
+        v.Int(Key("StartTime", i, 2), d.nStartTime[i], 0);
+        v.Int(Key("EndTime", i, 2), d.nEndTime[i], 0);
       }
     }
     {
       Scope out(v, "OutputDevice");
       for (int i = 0; i < kDSMaxDevice; ++i) {
-        v.Int(Key("Output%02d", i), d.nOutput[i], 0);
-        v.Int(Key("Interval%02d", i), d.nInterval[i], 0);
+        v.Int(Key("Output", i, 2), d.nOutput[i], 0);
+        v.Int(Key("Interval", i, 2), d.nInterval[i], 0);
       }
       v.Int("Interval", d.nOutputInterval, 0);
     }
@@ -264,14 +274,14 @@ void VisitDevice(OptionVisitor& v, tagDSDVROPTION& o) {
 void VisitView(OptionVisitor& v, tagDSVIEWCAMERA (&views)[kDSViews]) {
   Scope s(v, "View");
   for (int n = 0; n < kDSViews; ++n) {
-    Scope vs(v, Key("View%d", n));
+    Scope vs(v, Key("View", n));
     for (int layout = 0; layout < kDSViewLayouts; ++layout) {
-      Scope l(v, Key("ViewCamera%d", layout));
+      Scope l(v, Key("ViewCamera", layout));
       for (int slot = 0; slot < kDSMaxCamera; ++slot)
-        v.Int(Key2("ViewHasCam%02d%02d", layout, slot), views[n].nCamera[layout][slot], slot);
+        v.Int(Key2("ViewHasCam", layout, slot), views[n].nCamera[layout][slot], slot);
     }
     for (int layout = 0; layout < kDSViewLayouts; ++layout)
-      v.Int(Key("LookTime%d", layout), views[n].nLookTime[layout], 5);
+      v.Int(Key("LookTime", layout), views[n].nLookTime[layout], 5);
   }
 }
 
@@ -281,8 +291,8 @@ void VisitMap(OptionVisitor& v, tagMAPOPTION& m) {
   v.Text("Description", m.szDescription, "");
   v.Int("Count", m.nCount, 0);
   for (int i = 0; i < kDSMapWidgets; ++i) {
-    v.Int(Key("Widget%02d", i), m.dsWidget[i].nWidget, 0);
-    Scope r(v, Key("WidgetRect%02d", i));
+    v.Int(Key("Widget", i, 2), m.dsWidget[i].nWidget, 0);
+    Scope r(v, Key("WidgetRect", i, 2));
     v.Int("left", m.dsWidget[i].rcWidget.left, 0);
     v.Int("top", m.dsWidget[i].rcWidget.top, 0);
     v.Int("right", m.dsWidget[i].rcWidget.right, 0);
@@ -303,7 +313,7 @@ void VisitUser(OptionVisitor& v, tagDSUSERBLOCK& u) {
 }
 
 void VisitPlayDevice(OptionVisitor& v, tagDSPLAYDEVICE& d, int i) {
-  Scope s(v, Key("PlayDevice%02d", i));
+  Scope s(v, Key("PlayDevice", i, 2));
   v.Text("DeviceName", d.szDeviceName, "");
   v.Int("Volume", d.nVolume, kDSFullVolume);
 }
@@ -315,7 +325,7 @@ void VisitAudio(OptionVisitor& v, tagDSAUDIOEXPRESS& a) {
   v.Int("AudioRecDevCount", a.nAudioRecDevCount, 0);
   for (int i = 0; i < kDSRecordDevices; ++i) {
     tagDSRECORDDEVICE& d = a.dsRecordDevice[i];
-    Scope r(v, Key("RecordDevice%02d", i));
+    Scope r(v, Key("RecordDevice", i, 2));
     v.Text("DeviceName", d.szDeviceName, "");
     v.Int("Volume", d.nVolume, kDSFullVolume);
     v.Int("Compression", d.nCompression, 0);
@@ -325,16 +335,18 @@ void VisitAudio(OptionVisitor& v, tagDSAUDIOEXPRESS& a) {
     v.Bool("Connection", d.bConnection, 0);
   }
   for (int i = 0; i < kDSAudioPlayDevices; ++i) VisitPlayDevice(v, a.dsPlayDevice[i], i);
-  for (int i = 0; i < kDSMaxCamera; ++i) v.Bool(Key("AudioMute%d", i), a.bAudioMute[i], 0);
+  for (int i = 0; i < kDSMaxCamera; ++i) v.Bool(Key("AudioMute", i), a.bAudioMute[i], 0);
 }
 
 void VisitPlayer(OptionVisitor& v, tagDSPREFERENCE& p, tagDSPLAYERAUDIO& pa, tagDSTALKOPTION& t) {
   Scope s(v, "Player");
   v.Bool("EnableScheduling", p.bEnableScheduling, 0);
   v.Bool("LoopPlay", p.bLoopPlay, 0);
-  for (int row = 0; row < 4; ++row)
+  for (int row = 0; row < 4; ++row) {
+    const char prefix[] = {'M', static_cast<char>('1' + row), '-'};
     for (int cam = 0; cam < kDSMaxCamera; ++cam)
-      v.Bool(Key2("M%d-%02d", row + 1, cam), p.bCameraSwitch[row][cam], 0);
+      v.Bool(Key(std::string_view(prefix, 3), cam, 2), p.bCameraSwitch[row][cam], 0);
+  }
   v.Bool("PlaySound", p.bPlaySound, 0);
   v.Bool("QuickDisplay", p.bQuickDisplay, 1);
   v.Bool("Caption", p.bCaption, 0);
@@ -411,8 +423,8 @@ void VisitPOS(OptionVisitor& v, tagDSPOSOPTION (&pos)[kDSMaxPOS]) {
   Scope s(v, "POS");
   for (int n = 0; n < kDSMaxPOS; ++n) {
     tagDSPOSOPTION& p = pos[n];
-    Scope ps(v, Key("POS%d", n));
-    v.Text("szPosname", p.szPosname, Key("POS%02d", n + 1));
+    Scope ps(v, Key("POS", n));
+    v.Text("szPosname", p.szPosname, Key("POS", n + 1, 2));
     v.Bool("bReceiveText", p.bReceiveText, 0);
     v.Bool("bIPDevice", p.bIPDevice, 0);
     v.Text("szIPAddress", p.szIPAddress, "");
@@ -430,7 +442,7 @@ void VisitPOS(OptionVisitor& v, tagDSPOSOPTION (&pos)[kDSMaxPOS]) {
     v.Bool("bShowOverVideo", p.bShowOverVideo, 0);
     v.Int("nClearupDealy", p.nClearupDealy, 0);
     for (int cam = 0; cam < kDSMaxCamera; ++cam)
-      v.Bool(Key("bAssociatedCamera%d", cam), p.bAssociatedCamera[cam], 0);
+      v.Bool(Key("bAssociatedCamera", cam), p.bAssociatedCamera[cam], 0);
     v.Int("nFontSize", p.nFontSize, 12);
     v.Narrow("clColor", p.clColor, kWhite);
   }

@@ -32,55 +32,118 @@ namespace dravix::config {
 namespace {
 
 constexpr size_t kValueBuffer = 1024;     // a value is read at most 1023 characters deep
-constexpr size_t kIndexThreshold = 64;    // children above which an element is indexed
+constexpr size_t kIndexThreshold = 6;     // children above which an element is indexed
 
 std::string_view LocalName(const char* name) {
   const char* colon = std::strchr(name, ':');
   return colon != nullptr ? std::string_view(colon + 1) : std::string_view(name);
 }
 
-// First child element by local name, with an index for wide elements.
+// Local name -> first child of that name, for one element: open addressing
+// in one flat table (a load builds a few hundred of these).
+class NameIndex {
+ public:
+  explicit NameIndex(size_t expected) {
+    size_t cap = 16;
+    while (cap < expected * 2) cap *= 2;
+    slots_.resize(cap);
+  }
+  pugi::xml_node_struct* Find(std::string_view name) const {
+    for (size_t i = Hash(name) & (slots_.size() - 1);; i = (i + 1) & (slots_.size() - 1)) {
+      const Slot& s = slots_[i];
+      if (s.node == nullptr) return nullptr;
+      if (s.name == name) return s.node;
+    }
+  }
+  // Keeps the first node given for a name.
+  void Insert(std::string_view name, pugi::xml_node_struct* node) {
+    if ((used_ + 1) * 2 > slots_.size()) Grow();
+    for (size_t i = Hash(name) & (slots_.size() - 1);; i = (i + 1) & (slots_.size() - 1)) {
+      Slot& s = slots_[i];
+      if (s.node == nullptr) {
+        s = {name, node};
+        ++used_;
+        return;
+      }
+      if (s.name == name) return;
+    }
+  }
+
+ private:
+  struct Slot {
+    std::string_view name;
+    pugi::xml_node_struct* node = nullptr;
+  };
+  static size_t Hash(std::string_view s) {
+    uint64_t h = 1469598103934665603ull;  // FNV-1a
+    for (unsigned char c : s) h = (h ^ c) * 1099511628211ull;
+    return static_cast<size_t>(h ^ (h >> 29));
+  }
+  void Grow() {
+    std::vector<Slot> old(slots_.size() * 2);
+    old.swap(slots_);
+    used_ = 0;
+    for (const Slot& s : old)
+      if (s.node != nullptr) Insert(s.name, s.node);
+  }
+
+  std::vector<Slot> slots_;
+  size_t used_ = 0;
+};
+
+// First child element by local name. Elements with more than a few
+// children get a NameIndex built on their first lookup; its keys point into
+// the names held by the tree, which stay put until an element is removed
+// (then every index is dropped).
 class ChildFinder {
  public:
   pugi::xml_node Find(pugi::xml_node parent, std::string_view name) {
     if (!parent) return {};
-    Index* index = IndexOf(parent);
+    const NameIndex* index = IndexOf(parent);
     if (index == nullptr) {
       for (pugi::xml_node c = parent.first_child(); c; c = c.next_sibling())
         if (c.type() == pugi::node_element && LocalName(c.name()) == name) return c;
       return {};
     }
-    auto it = index->find(std::string(name));
-    return it == index->end() ? pugi::xml_node() : pugi::xml_node(it->second);
+    return pugi::xml_node(index->Find(name));
   }
 
-  // A child was appended to `parent` (by name, so it is the first of that
-  // name only when none existed).
+  // A child was appended to `parent` (so it is the first of its name only
+  // when none existed).
   void Added(pugi::xml_node parent, pugi::xml_node child) {
-    auto it = known_.find(parent.internal_object());
-    if (it == known_.end() || !it->second) return;
-    it->second->emplace(std::string(LocalName(child.name())), child.internal_object());
+    NameIndex* index = IndexOf(parent);
+    if (index != nullptr) index->Insert(LocalName(child.name()), child.internal_object());
   }
 
   // Elements were removed somewhere: forget everything.
-  void Clear() { known_.clear(); }
-
- private:
-  using Index = std::unordered_map<std::string, pugi::xml_node_struct*>;
-
-  Index* IndexOf(pugi::xml_node parent) {
-    auto [it, inserted] = known_.try_emplace(parent.internal_object());
-    if (!inserted) return it->second.get();
-    size_t count = 0;
-    for (pugi::xml_node c = parent.first_child(); c && count <= kIndexThreshold; c = c.next_sibling()) ++count;
-    if (count <= kIndexThreshold) return nullptr;
-    it->second = std::make_unique<Index>();
-    for (pugi::xml_node c = parent.first_child(); c; c = c.next_sibling())
-      if (c.type() == pugi::node_element) it->second->try_emplace(std::string(LocalName(c.name())), c.internal_object());
-    return it->second.get();
+  void Clear() {
+    known_.clear();
+    lastParent_ = nullptr;
+    lastIndex_ = nullptr;
   }
 
-  std::unordered_map<pugi::xml_node_struct*, std::unique_ptr<Index>> known_;
+ private:
+  NameIndex* IndexOf(pugi::xml_node parent) {
+    // Lookups come in runs under one parent.
+    if (parent.internal_object() == lastParent_) return lastIndex_;
+    auto [it, inserted] = known_.try_emplace(parent.internal_object());
+    if (inserted) {
+      size_t count = 0;
+      for (pugi::xml_node c = parent.first_child(); c; c = c.next_sibling()) ++count;
+      if (count > kIndexThreshold) {
+        it->second = std::make_unique<NameIndex>(count);
+        for (pugi::xml_node c = parent.first_child(); c; c = c.next_sibling())
+          if (c.type() == pugi::node_element) it->second->Insert(LocalName(c.name()), c.internal_object());
+      }
+    }
+    lastParent_ = parent.internal_object();
+    lastIndex_ = it->second.get();
+    return lastIndex_;
+  }
+
+  std::unordered_map<pugi::xml_node_struct*, std::unique_ptr<NameIndex>> known_;
+  pugi::xml_node_struct* lastParent_ = nullptr;
+  NameIndex* lastIndex_ = nullptr;
 };
 
 // The text of an element and its descendants, cut to 1023 characters.
@@ -136,7 +199,10 @@ float ParseFloat(const char* s) {
 void SetElementText(pugi::xml_node element, std::string_view text, ChildFinder& finder) {
   pugi::xml_node only = element.first_child();
   if (only && !only.next_sibling() && only.type() == pugi::node_pcdata && !text.empty()) {
-    only.set_value(std::string(text).c_str());
+    // Most settings did not change since the load.
+    const char* current = only.value();
+    if (std::strncmp(current, text.data(), text.size()) != 0 || current[text.size()] != '\0')
+      only.set_value(text.data(), text.size());
     return;
   }
   bool removedElements = false;
@@ -145,7 +211,7 @@ void SetElementText(pugi::xml_node element, std::string_view text, ChildFinder& 
     element.remove_child(c);
   }
   if (removedElements) finder.Clear();
-  if (!text.empty()) element.append_child(pugi::node_pcdata).set_value(std::string(text).c_str());
+  if (!text.empty()) element.append_child(pugi::node_pcdata).set_value(text.data(), text.size());
 }
 
 class TreeReader final : public OptionVisitor {
@@ -267,6 +333,7 @@ struct ZXMLMGR::Document {
   bool parsed = false;
   bool defaultsFilled = false;
   tagDSZEPLODVROPTION sections{};  // each section's private copy of its part
+  StringWriter out;                // the serialised document
 
   void EnsureDefaults() {
     if (defaultsFilled) return;
@@ -295,7 +362,15 @@ struct ZXMLMGR::Document {
   }
 
   bool Save(const std::string& path) {
-    StringWriter out;
+    // The tree holds UTF-8 whatever the file was read as, and is written
+    // as UTF-8: a declaration naming another encoding would make the next
+    // load convert the texts a second time.
+    pugi::xml_node decl = dom.first_child();
+    if (decl.type() == pugi::node_declaration) {
+      pugi::xml_attribute enc = decl.attribute("encoding");
+      if (enc) enc.set_value("UTF-8");
+    }
+    out.bytes.clear();  // keeps the capacity of the last save
     dom.save(out, "\t", pugi::format_indent, pugi::encoding_utf8);
     return dravix::platform::ReplaceFileAtomically(path, out.bytes);
   }

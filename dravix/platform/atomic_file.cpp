@@ -1,6 +1,5 @@
 #include "dravix/platform/atomic_file.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,13 +9,6 @@
 
 namespace dravix::platform {
 namespace {
-
-std::string FolderOf(const std::string& path) {
-  const size_t slash = path.find_last_of('/');
-  if (slash == std::string::npos) return ".";
-  if (slash == 0) return "/";
-  return path.substr(0, slash);
-}
 
 bool Fail(std::string* error, const std::string& what, const std::string& where, int err) {
   if (error != nullptr) *error = what + " " + where + ": " + std::strerror(err);
@@ -72,13 +64,6 @@ bool ReplaceFileAtomically(const std::string& path, const void* data, size_t siz
   if (err != 0) {
     ::unlink(tmp.c_str());
     return Fail(error, what, path, err);
-  }
-  // Make the new directory entry durable; a failure here leaves a complete
-  // file either way, so it is not reported.
-  const int dir = ::open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir >= 0) {
-    ::fsync(dir);
-    ::close(dir);
   }
   return true;
 }

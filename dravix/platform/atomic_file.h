@@ -10,8 +10,9 @@ namespace dravix::platform {
 
 // Writes `size` bytes to a new temporary file in the folder of `path`,
 // sets its permission bits to `mode` (not masked by the umask), flushes it
-// to the disk and renames it over `path`; the folder is flushed as well so
-// the rename survives a power loss. On failure the temporary file is
+// to the disk and renames it over `path`. After a crash or a power loss the
+// file holds the old bytes or the new ones (the rename itself may be lost
+// with the power, the content never is). On failure the temporary file is
 // removed, `path` is untouched, `error` (when given) says what failed and
 // where, and false is returned.
 bool ReplaceFileAtomically(const std::string& path, const void* data, size_t size, unsigned mode = 0644,

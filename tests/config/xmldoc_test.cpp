@@ -292,6 +292,17 @@ TEST_F(XmlDocTest, PathStepsMatchLocalNamesAndAForeignRootTakesNothing) {
   EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "S4500");
 }
 
+TEST_F(XmlDocTest, TextsStayTheSameAcrossSavesOfALatin1Document) {
+  WriteFile(config::kOptionFileName,
+            "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n"
+            "<f:ZeploXML xmlns:f=\"u\"><General><SiteName>caf\xe9</SiteName></General></f:ZeploXML>");
+  auto o = LoadFresh();
+  EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "caf\xc3\xa9");
+  ZXMLMGR().SaveOption(*o, 0);
+  EXPECT_STREQ(LoadFresh()->dsDVROption.dsGeneral.szSiteName, "caf\xc3\xa9");
+  EXPECT_EQ(XPath(DocPath(), std::string("string(") + kRoot + "/General/SiteName)"), "caf\xc3\xa9");
+}
+
 TEST_F(XmlDocTest, PlayerSaveKeepsTheRecordersNewerSections) {
   ZXMLMGR recorder, player;
   auto rec = NewOption();
