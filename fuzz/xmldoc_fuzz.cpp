@@ -13,13 +13,24 @@
 
 namespace {
 
+std::string g_home;
+
+void RemoveHome() {
+  std::error_code ec;
+  std::filesystem::remove_all(g_home, ec);
+}
+
 const std::string& Home() {
   static const std::string home = [] {
-    char tmpl[] = "/tmp/dravix-xmldoc-fuzz-XXXXXX";
-    const char* dir = mkdtemp(tmpl);
+    // A memory file system when there is one: every run saves twice.
+    std::string tmpl = std::filesystem::is_directory("/dev/shm") ? "/dev/shm/dravix-xmldoc-fuzz-XXXXXX"
+                                                                 : "/tmp/dravix-xmldoc-fuzz-XXXXXX";
+    const char* dir = mkdtemp(tmpl.data());
     if (dir == nullptr) std::abort();
     SetModulePath(dir);
     dravix::config::SetOptionStringSource([](UINT id) { return "S" + std::to_string(id); });
+    g_home = dir;
+    std::atexit(RemoveHome);
     return std::string(dir) + "/";
   }();
   return home;
