@@ -3,14 +3,15 @@
 #pragma once
 
 #include "dravix/base/wintypes.h"
+#include "dravix/config/lang_ids.h"
 
 #include <functional>
 #include <string>
 
 namespace dravix::config {
 
-constexpr UINT kCameraNameStringId = 4503;  // + camera number
-constexpr UINT kSiteNameStringId = 4500;
+constexpr UINT kCameraNameStringId = lang::kCameraNameBase;  // + camera number
+constexpr UINT kSiteNameStringId = lang::kSiteNameDefault;
 
 // The language string `id`, through IString unless a source was set.
 std::string DefaultOptionString(UINT id);

@@ -89,7 +89,7 @@ TEST_F(XmlDocTest, MissingFileIsRecreatedWithEveryDefault) {
   EXPECT_EQ(XPath(f, "string(" + r + "/General/dsDynamicIP/IPName)"), "127.0.0.1");
   EXPECT_EQ(XPath(f, "string(" + r + "/General/Recycle/RecycleDay)"), "10");
   EXPECT_EQ(XPath(f, "string(" + r + "/General/Recycle/AutoUpdateRecycleDay)"), "0.000000");
-  EXPECT_EQ(XPath(f, "string(" + r + "/General/SiteName)"), "S4500");
+  EXPECT_EQ(XPath(f, "string(" + r + "/General/SiteName)"), "S4501");
   EXPECT_EQ(XPath(f, "string(" + r + "/User/DirectAccess)"), "1");
   EXPECT_EQ(XPath(f, "string(" + r + "/Map/MapFile)"), "pic\\photo.bmp");
   EXPECT_EQ(XPath(f, "count(" + r + "/POS/*/szPort[.='COM1'])"), "16");
@@ -289,7 +289,7 @@ TEST_F(XmlDocTest, PathStepsMatchLocalNamesAndAForeignRootTakesNothing) {
   WriteFile(config::kOptionFileName, "<Options><General><SiteName>x</SiteName></General></Options>");
   o = LoadFresh(&parsed);
   EXPECT_EQ(parsed, 1);
-  EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "S4500");
+  EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "S4501");
 }
 
 TEST_F(XmlDocTest, TextsStayTheSameAcrossSavesOfALatin1Document) {
