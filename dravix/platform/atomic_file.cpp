@@ -65,6 +65,14 @@ bool ReplaceFileAtomically(const std::string& path, const void* data, size_t siz
     ::unlink(tmp.c_str());
     return Fail(error, what, path, err);
   }
+  // Make the rename itself durable: flush the folder's entry too.
+  const size_t slash = path.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+  const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir >= 0) {
+    ::fsync(dir);
+    ::close(dir);
+  }
   return true;
 }
 
