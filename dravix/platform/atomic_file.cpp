@@ -1,5 +1,6 @@
 #include "dravix/platform/atomic_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
