@@ -1,0 +1,149 @@
+#include "dravix/platform/named_mutex.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <mutex>
+#include <thread>
+
+namespace dravix::platform {
+namespace {
+
+constexpr off_t kPresenceByte = 0;
+constexpr off_t kMutexByte = 1;
+
+bool OfdLock(int fd, short type, off_t byte, bool wait) {
+  struct flock fl {};
+  fl.l_type = type;
+  fl.l_whence = SEEK_SET;
+  fl.l_start = byte;
+  fl.l_len = 1;
+  for (;;) {
+    if (fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) == 0) return true;
+    if (errno != EINTR) return false;
+  }
+}
+
+// Someone else holds a lock of the kind that conflicts with `type`.
+bool OfdTest(int fd, short type, off_t byte) {
+  struct flock fl {};
+  fl.l_type = type;
+  fl.l_whence = SEEK_SET;
+  fl.l_start = byte;
+  fl.l_len = 1;
+  return fcntl(fd, F_OFD_GETLK, &fl) == 0 && fl.l_type != F_UNLCK;
+}
+
+std::string Escape(const std::string& name) {
+  static const char* hex = "0123456789abcdef";
+  std::string out;
+  for (unsigned char c : name) {
+    if (std::isalnum(c) || c == '-' || c == '_') {
+      out += static_cast<char>(c);
+    } else {
+      out += '%';
+      out += hex[c >> 4];
+      out += hex[c & 15];
+    }
+  }
+  return out;
+}
+
+}  // namespace
+
+std::string IpcNamespace() {
+  const char* ns = std::getenv("DRAVIX_IPC_NAMESPACE");
+  return ns != nullptr && *ns != '\0' ? Escape(ns) : std::string("default");
+}
+
+std::string IpcObjectPath(const std::string& kind, const std::string& name) {
+  return "/dev/shm/dravix." + IpcNamespace() + "." + kind + "." + Escape(name);
+}
+
+struct NamedMutex::State {
+  int fd = -1;
+  std::string path;
+  std::recursive_timed_mutex local;  // excludes the threads of this process
+  int depth = 0;                     // recursion of the owning thread
+};
+
+NamedMutex::NamedMutex(std::unique_ptr<State> state) : state_(std::move(state)) {}
+
+std::unique_ptr<NamedMutex> NamedMutex::Open(const std::string& name) {
+  auto state = std::make_unique<State>();
+  state->path = IpcObjectPath("mutex", name);
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    const int fd = open(state->path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    if (fd < 0) return nullptr;
+    // The presence lock waits out a closer that is removing the file; if
+    // the file we hold is no longer the one the name points to, start over.
+    struct stat held, named;
+    if (OfdLock(fd, F_RDLCK, kPresenceByte, true) && fstat(fd, &held) == 0 &&
+        stat(state->path.c_str(), &named) == 0 && held.st_ino == named.st_ino && held.st_dev == named.st_dev) {
+      state->fd = fd;
+      return std::unique_ptr<NamedMutex>(new NamedMutex(std::move(state)));
+    }
+    close(fd);
+  }
+  return nullptr;
+}
+
+bool NamedMutex::Exists(const std::string& name) {
+  const int fd = open(IpcObjectPath("mutex", name).c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool held = OfdTest(fd, F_WRLCK, kPresenceByte);
+  close(fd);
+  return held;
+}
+
+NamedMutex::~NamedMutex() {
+  while (state_->depth > 0) Unlock();
+  // Whoever can take the presence byte exclusively is the last holder.
+  if (OfdLock(state_->fd, F_WRLCK, kPresenceByte, false)) unlink(state_->path.c_str());
+  close(state_->fd);
+}
+
+DWORD NamedMutex::Lock(DWORD timeoutMs) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs == INFINITE ? 0 : timeoutMs);
+  if (timeoutMs == INFINITE) {
+    state_->local.lock();
+  } else if (!state_->local.try_lock_until(deadline)) {
+    return WAIT_TIMEOUT;
+  }
+  if (state_->depth > 0) {  // the owning thread again
+    ++state_->depth;
+    return WAIT_OBJECT_0;
+  }
+  if (timeoutMs == INFINITE) {
+    if (!OfdLock(state_->fd, F_WRLCK, kMutexByte, true)) {
+      state_->local.unlock();
+      return WAIT_FAILED;
+    }
+  } else {
+    auto pause = std::chrono::microseconds(50);
+    while (!OfdLock(state_->fd, F_WRLCK, kMutexByte, false)) {
+      if (Clock::now() >= deadline) {
+        state_->local.unlock();
+        return WAIT_TIMEOUT;
+      }
+      std::this_thread::sleep_for(pause);
+      if (pause < std::chrono::milliseconds(5)) pause *= 2;
+    }
+  }
+  state_->depth = 1;
+  return WAIT_OBJECT_0;
+}
+
+void NamedMutex::Unlock() {
+  if (state_->depth == 0) return;
+  if (--state_->depth == 0) OfdLock(state_->fd, F_UNLCK, kMutexByte, false);
+  state_->local.unlock();
+}
+
+}  // namespace dravix::platform

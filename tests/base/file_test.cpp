@@ -1,0 +1,201 @@
+#include "dravix/base/zfile.h"
+#include "dravix/platform/files.h"
+#include "dravix/platform/named_mutex.h"
+#include "tests/support/test_home.h"
+
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <thread>
+
+namespace {
+
+using dravix::test::TestHome;
+
+TEST(PathArithmetic, FilePathOnBothSeparators) {
+  struct Case {
+    const char* in;
+    const char* out;
+  } cases[] = {
+      {"name", "name"},          {"\\name", "\\name"},  {"C:\\a\\b.txt", "C:\\a"},
+      {"/name", "/name"},        {"/srv/a/b.txt", "/srv/a"}, {"C:\\a/b\\c", "C:\\a/b"},
+      {"", ""},
+  };
+  for (const Case& c : cases) EXPECT_EQ(GetFilePATH(c.in), c.out) << c.in;
+}
+
+TEST(PathArithmetic, OneArgumentTitleKeepsItsArithmetic) {
+  EXPECT_EQ(GetFileTitle("C:\\Rec\\cam01.dat"), "");
+  EXPECT_EQ(GetFileTitle("C:\\Rec.v2\\cam01"), "ca");  // 9 - 6 - 1 characters from 10
+  EXPECT_EQ(GetFileTitle("/srv/rec.v2/cam01"), "ca");  // 11 - 8 - 1 from 12
+  EXPECT_EQ(GetFileTitle("/srv/rec.v2/cam01"), GetFileTitle("\\srv\\rec.v2\\cam01"));
+  EXPECT_EQ(GetFileTitle("noseparator"), "");
+  EXPECT_EQ(GetFileTitle("a.b.c\\xyz"), "x");  // 5 - 3 - 1 = 1 character from 6
+  EXPECT_EQ(GetFileTitle("C:\\Rec.v2\\c"), "c");  // cut at the end of the text
+}
+
+TEST(PathArithmetic, TwoArgumentTitleCopiesTheRemainder) {
+  char out[64];
+  std::strcpy(out, "untouched");
+  GetFileTitle("C:\\Rec\\cam01.dat", out);
+  EXPECT_STREQ(out, "cam01.dat");
+  GetFileTitle("/srv/rec/cam02.idx", out);
+  EXPECT_STREQ(out, "cam02.idx");
+  std::strcpy(out, "untouched");
+  GetFileTitle("\\cam", out);  // the only separator is the first character
+  EXPECT_STREQ(out, "untouched");
+  GetFileTitle("", out);
+  EXPECT_STREQ(out, "untouched");
+  GetFileTitle("plain", out);
+  EXPECT_STREQ(out, "untouched");
+  GetFileTitle("C:\\Rec\\", out);
+  EXPECT_STREQ(out, "");
+}
+
+TEST(Wildcards, WindowsRules) {
+  using dravix::platform::MatchWildcard;
+  EXPECT_TRUE(MatchWildcard("*.*", "README"));
+  EXPECT_TRUE(MatchWildcard("*.*", "."));
+  EXPECT_TRUE(MatchWildcard("*.avi", "CAM01.AVI"));
+  EXPECT_FALSE(MatchWildcard("*.avi", "cam01.avi.idx"));
+  EXPECT_TRUE(MatchWildcard("cam??.*", "cam01"));
+  EXPECT_TRUE(MatchWildcard("cam??.*", "cam01.dat"));
+  EXPECT_FALSE(MatchWildcard("cam??.*", "cam1.dat"));
+  EXPECT_TRUE(MatchWildcard("d*.*", "d"));
+  EXPECT_FALSE(MatchWildcard("d*.*", "e.txt"));
+}
+
+class Files : public TestHome {
+ protected:
+  void Touch(const std::string& name) { WriteFile(name, "x"); }
+};
+
+TEST_F(Files, ExistsAndSize) {
+  WriteFile("a.bin", std::string(1234, 'z'));
+  EXPECT_EQ(FileExists(Path("a.bin").c_str()), 1);
+  EXPECT_EQ(FileExists(home().c_str()), 1);  // folders count
+  EXPECT_EQ(FileExists(Path("missing").c_str()), 0);
+  EXPECT_EQ(FileSize(Path("a.bin").c_str()), 1234);
+  EXPECT_EQ(FileSize(Path("missing").c_str()), -1);
+}
+
+TEST_F(Files, DelAllFileDeletesMatchesOnlyAndKeepsSubfolders) {
+  Touch("a.avi");
+  Touch("b.AVI");
+  Touch("c.idx");
+  std::filesystem::create_directory(Path("sub"));
+  Touch("sub/d.avi");
+  EXPECT_EQ(DelAllFile(home(), "*.avi", 0), 1);
+  EXPECT_FALSE(FileExists(Path("a.avi").c_str()));
+  EXPECT_FALSE(FileExists(Path("b.AVI").c_str()));
+  EXPECT_TRUE(FileExists(Path("c.idx").c_str()));
+  EXPECT_TRUE(FileExists(Path("sub/d.avi").c_str()));
+  EXPECT_EQ(DelAllFile(home(), "*.avi", 1), 0);  // no match at all ends in another error
+  EXPECT_EQ(DelAllFile(Path("nowhere/"), "*.*", 0), 0);
+  // Everything but the subfolder goes; the folder stays since it is not empty.
+  EXPECT_EQ(DelAllFile(home(), "*.*", 1), 1);
+  EXPECT_FALSE(FileExists(Path("c.idx").c_str()));
+  EXPECT_TRUE(FileExists(home().c_str()));
+  EXPECT_EQ(DelAllFile(Path("sub/"), "*.*", 1), 1);
+  EXPECT_FALSE(FileExists(Path("sub").c_str()));
+}
+
+TEST_F(Files, DelDirectoryRemovesTreesButNotThroughLinks) {
+  std::filesystem::create_directories(Path("rec/2008/03"));
+  Touch("rec/top.dat");
+  Touch("rec/2008/03/cam.dat");
+  chmod(Path("rec/2008/03/cam.dat").c_str(), 0444);  // read-only files go too
+  std::filesystem::create_directories(Path("outside"));
+  Touch("outside/keep.dat");
+  std::filesystem::create_directory_symlink(Path("outside"), Path("rec/link"));
+  EXPECT_EQ(DelDirectory(Path("rec/")), 1);
+  EXPECT_FALSE(FileExists(Path("rec").c_str()));
+  EXPECT_TRUE(FileExists(Path("outside/keep.dat").c_str()));
+  EXPECT_EQ(DelDirectory(Path("rec/")), 1);  // missing: still 1
+}
+
+TEST_F(Files, DelDirectoryWithoutTrailingSeparatorRemovesNothingInside) {
+  std::filesystem::create_directories(Path("d"));
+  Touch("d/inside.dat");
+  Touch("dx.dat");  // a sibling that "d" + "*.*" matches as a name, kept
+  EXPECT_EQ(DelDirectory(Path("d")), 1);
+  EXPECT_TRUE(FileExists(Path("d/inside.dat").c_str()));
+  EXPECT_TRUE(FileExists(Path("dx.dat").c_str()));
+}
+
+TEST_F(Files, DiskSpaceOfTheProgramFolder) {
+  tagDiskSpace space{};
+  ASSERT_EQ(GetDiskSpace(home().c_str(), space), 1);
+  EXPECT_GT(space.totalBytes, 0u);
+  EXPECT_GE(space.totalFreeBytes, space.freeBytesAvailable);
+  EXPECT_LE(space.totalFreeBytes, space.totalBytes);
+  EXPECT_EQ(GetDiskFreeSpaceA(home().c_str()), static_cast<__int64>(space.totalFreeBytes));
+  std::string folder = home();
+  EXPECT_EQ(CheckDiskFreeSize(0, folder.data()), 1);
+  EXPECT_EQ(CheckDiskFreeSize(UINT64_MAX, folder.data()), 0);
+  EXPECT_EQ(CheckDiskFreeSize(space.freeBytesAvailable / 2, folder.data()), 1);
+  // A folder that does not exist yet is on its parent's disk.
+  EXPECT_EQ(GetDiskSpace(Path("not/yet/made/").c_str(), space), 1);
+  EXPECT_EQ(CheckDisk(folder.data()), 1);
+  std::string missing = Path("not/yet/made/");
+  EXPECT_EQ(CheckDisk(missing.data()), 1);  // retried on the root
+  std::string tiny = "zz";
+  EXPECT_EQ(CheckDisk(tiny.data()), 0);  // no such path, too short to retry
+}
+
+// IsMutexExisting against a second real process.
+TEST_F(Files, MutexSeenWhileAnotherProcessHoldsItAndNotAfterItIsKilled) {
+  const char* name = "Live Recorder Instance";
+  EXPECT_EQ(IsMutexExisting(name), 0);
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    auto m = dravix::platform::NamedMutex::Open(name);
+    if (m) m->Lock();
+    const char ok = m ? 'y' : 'n';
+    if (write(ready[1], &ok, 1) != 1) _exit(2);
+    for (;;) pause();
+  }
+  char ok = 0;
+  ASSERT_EQ(read(ready[0], &ok, 1), 1);
+  ASSERT_EQ(ok, 'y');
+  EXPECT_EQ(IsMutexExisting(name), 1);
+  // The child owns the mutex: a timed lock here fails.
+  auto mine = dravix::platform::NamedMutex::Open(name);
+  ASSERT_NE(mine, nullptr);
+  EXPECT_EQ(mine->Lock(50), WAIT_TIMEOUT);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(IsMutexExisting(name), 1);  // we still hold it open ourselves
+  EXPECT_EQ(mine->Lock(1000), WAIT_OBJECT_0);  // the dead owner left nothing behind
+  mine->Unlock();
+  mine.reset();
+  EXPECT_EQ(IsMutexExisting(name), 0);
+  close(ready[0]);
+  close(ready[1]);
+}
+
+TEST_F(Files, NamedMutexExcludesThreadsThroughSeparateHandles) {
+  auto a = dravix::platform::NamedMutex::Open("Share Data Mutex");
+  auto b = dravix::platform::NamedMutex::Open("Share Data Mutex");
+  ASSERT_TRUE(a && b);
+  ASSERT_EQ(a->Lock(), WAIT_OBJECT_0);
+  ASSERT_EQ(a->Lock(), WAIT_OBJECT_0);  // recursive for its owner
+  std::thread other([&] { EXPECT_EQ(b->Lock(20), WAIT_TIMEOUT); });
+  other.join();
+  a->Unlock();
+  a->Unlock();
+  std::thread later([&] {
+    EXPECT_EQ(b->Lock(1000), WAIT_OBJECT_0);
+    b->Unlock();
+  });
+  later.join();
+}
+
+}  // namespace
