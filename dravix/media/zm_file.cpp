@@ -154,6 +154,10 @@ HRESULT ZCheckZMFile(const char* path, __int64* endZMTime) {
   // as signed 32-bit values as the recorder stores them.
   int32_t usable = static_cast<int32_t>(static_cast<uint32_t>(header.DataLength()));
   const auto inFile = static_cast<int32_t>(static_cast<uint32_t>(size - static_cast<int64_t>(dataOffset)));
+  // A data length the file does not hold is an incomplete tail as much as a
+  // damaged record is, even when the file ends exactly between two records
+  // (the usual shape of a crash): it gets the same repair.
+  const bool shortFile = usable > inFile && inFile >= 0;
   if (usable > inFile) usable = inFile;
 
   ZMRecordRules rules;
@@ -199,13 +203,14 @@ HRESULT ZCheckZMFile(const char* path, __int64* endZMTime) {
     *endZMTime = SysTimeToZMTime(st);
   }
 
-  if (end - pos > 0) {
+  if (end - pos > 0 || shortFile) {
     // A damaged or incomplete tail: the last valid record goes too.
     header.SetDataLength(static_cast<uint32_t>(last - static_cast<int64_t>(dataOffset)));
     header.SetDuration(static_cast<int64_t>(lastTime) * kTicksPerMs);
     file.PWrite(header.bytes, kZMHeaderSize, 0);
     const uint8_t* p = nullptr;
-    if (rules.videoStream == 0 && window.Get(static_cast<uint64_t>(pos), 1, &p) >= 1 && p[0] == 0) --videoCount;
+    if (rules.videoStream == 0 && end - pos > 0 && window.Get(static_cast<uint64_t>(pos), 1, &p) >= 1 && p[0] == 0)
+      --videoCount;
   }
 
   // The index, up to the last valid record.

@@ -46,11 +46,18 @@ HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& o, ZMSampl
   for (uint64_t frame = 0; frame < frameLimit; ++frame) {
     if (o.targetBytes && w.DataLength() >= o.targetBytes) break;
     const auto t = static_cast<uint32_t>(frame * 1000 / fps);
-    while (o.audio && nextAudio <= t) {
-      Fill(payload, 1600, rng);  // 100 ms of 8 kHz 16-bit mono
-      if (FAILED(hr = w.AddRecord(1, nextAudio, payload.data(), 1600, false))) return hr;
-      nextAudio += 100;
-    }
+    // Audio up to the frame; audio of the frame's own millisecond after it,
+    // so that a key frame is first in its millisecond and gets its entry.
+    auto audioUntil = [&](bool inclusive) -> HRESULT {
+      while (o.audio && (nextAudio < t || (inclusive && nextAudio == t))) {
+        Fill(payload, 1600, rng);  // 100 ms of 8 kHz 16-bit mono
+        const HRESULT r = w.AddRecord(1, nextAudio, payload.data(), 1600, false);
+        if (FAILED(r)) return r;
+        nextAudio += 100;
+      }
+      return S_OK;
+    };
+    if (FAILED(hr = audioUntil(false))) return hr;
     const bool key = frame % keyEvery == 0;
     uint32_t size = key ? mean * 3 : mean / 2 + static_cast<uint32_t>(rng.Next() % mean);
     size = std::clamp<uint32_t>(size, 8, kZMMaxPayload);
@@ -61,6 +68,7 @@ HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& o, ZMSampl
       payload[0] = 0x00, payload[1] = 0x00, payload[2] = static_cast<uint8_t>(0x80 | (frame & 3));
     }
     if (FAILED(hr = w.AddRecord(0, t, payload.data(), size, key))) return hr;
+    if (FAILED(hr = audioUntil(true))) return hr;
   }
   if (stats) {
     *stats = ZMSampleStats{w.RecordCount(), w.VideoRecordCount(), w.IndexEntryCount(), w.DataLength(), w.LastTime()};

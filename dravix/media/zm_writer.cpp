@@ -154,16 +154,21 @@ void ZMRecordingWriter::ResetState() {
   stashed_ = 0;
   hasPending_ = false;
   records_ = videoRecords_ = indexEntries_ = 0;
-  lastTime_ = 0;
+  lastTime_ = previousTime_ = 0;
   lastEntryTime_ = -1;
   failed_ = false;
 }
 
 void ZMRecordingWriter::NoteRecord(const ZMRecordHead& h, uint64_t at) {
-  ++records_;
   const bool isVideo = videoFirst_ && h.stream == 0;
-  const bool entry = (isVideo && h.flag == 1) || lastEntryTime_ < 0 ||
-                     static_cast<int64_t>(h.time) >= lastEntryTime_ + 1000;
+  // Only the first record of its millisecond gets an entry: a reader jumps
+  // to the last entry at or before a moment and must find the same record
+  // as a walk from the start would.
+  const bool firstOfItsTime = records_ == 0 || h.time > previousTime_;
+  const bool entry = firstOfItsTime && ((isVideo && h.flag == 1) || lastEntryTime_ < 0 ||
+                                        static_cast<int64_t>(h.time) >= lastEntryTime_ + 1000);
+  ++records_;
+  previousTime_ = h.time;
   if (entry) {
     uint8_t e[kZMIndexEntrySize];
     StoreIndexEntry(e, ZMIndexEntry{h.time, static_cast<uint32_t>(videoRecords_), at});

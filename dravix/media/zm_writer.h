@@ -4,8 +4,10 @@
 // the header, one stream record per stream, data records from byte 4096 (or
 // the data offset given) and a sparse index: one entry for every key video
 // record (flag 1 on stream 0 when stream 0 is video) and one whenever a
-// second has passed since the last entry. Fields the readers do not
-// interpret are zeros.
+// second has passed since the last entry, but only ever for the first
+// record of its millisecond (write a key frame before the audio of the same
+// millisecond to give it its entry). Fields the readers do not interpret
+// are zeros.
 //
 // Power loss: while the file is open its header claims an open-ended data
 // area (data length 0x7FFFFFFF, duration covering every record time), so a
@@ -130,7 +132,8 @@ class ZMRecordingWriter {
   uint64_t records_ = 0;
   uint64_t videoRecords_ = 0;
   uint64_t indexEntries_ = 0;
-  uint32_t lastTime_ = 0;
+  uint32_t lastTime_ = 0;      // the greatest record time
+  uint32_t previousTime_ = 0;  // the time of the record before
   int64_t lastEntryTime_ = -1;
   bool failed_ = false;
 };

@@ -127,8 +127,11 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
   const int64_t base = source.header().StartTime();
   const int64_t start = from - base > 0 ? from - base : 0;
   const int64_t stop = to - base > 0 ? to - base : 0;
-  self.m_llTotal = to - from;
+  // The position stands at the start from here on; total goes last, so a
+  // poller never pairs the new total with a stale position.
+  self.m_llCurrent = start;
   self.m_llStart = start;
+  self.m_llTotal = to - from;
 
   ZMRecordingWriter writer;
   if (FAILED(writer.CreateRaw(job.destination, base, EncodeStreams(source), source.header().StreamCount(),

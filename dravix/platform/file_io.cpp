@@ -155,7 +155,7 @@ int64_t File::CopyFrom(const File& src, int64_t srcOffset, int64_t size) {
   while (done < size) {
     const int64_t want = size - done;
     if (kernel) {
-      loff_t in = srcOffset + done;
+      off_t in = srcOffset + done;
       ssize_t n = ::copy_file_range(src.fd_, &in, fd_, nullptr, static_cast<size_t>(want), 0);
       if (n > 0) {
         done += n;
