@@ -20,7 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       std::memcpy(&duration, rec + 20, 8);
     }
   }
-  const int64_t moments[] = {start, start + duration / 2, start + duration - 1, start - 1, INT64_MAX, INT64_MIN};
+  using dravix::media::WrapAdd;
+  const int64_t moments[] = {start, WrapAdd(start, duration / 2), WrapAdd(start, WrapAdd(duration, -1)),
+                             WrapAdd(start, -1), INT64_MAX, INT64_MIN};
   for (int64_t m : moments) {
     __int64 off = 0;
     ZMEtoZME::TimeToFilePos(path, &m, &off);

@@ -68,7 +68,7 @@ HRESULT GetZMFileStartTime(const char* path, FILETIME* start) {
   if (file.PRead(head, sizeof head, kZMDefaultDataOffset) != kZMRecordHeadSize) return E_FAIL;
   const ZMRecordHead h = ParseRecordHead(head);
   if (h.length == 0) return E_FAIL;
-  *start = Int64ToFileTime(reader.header().StartTime() + static_cast<int64_t>(h.time) * kTicksPerMs);
+  *start = Int64ToFileTime(WrapAdd(reader.header().StartTime(), static_cast<int64_t>(h.time) * kTicksPerMs));
   return S_OK;
 }
 
@@ -89,7 +89,7 @@ HRESULT GetZMFileEndTime(const char* path, FILETIME* end) {
   uint32_t lastTime = 0;
   for (;;) {
     if (static_cast<uint64_t>(pos) >= dataEnd) {
-      *end = Int64ToFileTime(reader.header().StartTime() + static_cast<int64_t>(lastTime) * kTicksPerMs);
+      *end = Int64ToFileTime(WrapAdd(reader.header().StartTime(), static_cast<int64_t>(lastTime) * kTicksPerMs));
       return S_OK;
     }
     ZMRecordAt r;
@@ -109,7 +109,7 @@ int GetVideoData(const char* path, SYSTEMTIME* start, __int64* duration, int* co
   if (FAILED(reader.Open(path, &file, false)) || reader.streams().empty()) return 0;
   const ZMFileHeader& h = reader.header();
   SYSTEMTIME st{};
-  if (!FileTimeToSystemTime(Int64ToFileTime(h.StartTime() + h.LeadIn()), &st)) return 0;
+  if (!FileTimeToSystemTime(Int64ToFileTime(WrapAdd(h.StartTime(), h.LeadIn())), &st)) return 0;
   *start = st;
   *duration = h.Duration();
   const ZMStreamEntry& s = reader.streams().front();
@@ -131,7 +131,7 @@ HRESULT ZMergeAVI::GetZMFileTime(const char* path, __int64* length) {
   if (FAILED(hr)) return hr;
   const int64_t duration = reader.header().Duration();
   const int64_t leadIn = reader.header().LeadIn();
-  *length = duration > leadIn ? duration - leadIn : duration;
+  *length = duration > leadIn ? WrapSub(duration, leadIn) : duration;
   return S_OK;
 }
 
@@ -198,8 +198,8 @@ HRESULT ZCheckZMFile(const char* path, __int64* endZMTime) {
 
   if (endZMTime != nullptr) {
     SYSTEMTIME st{};
-    FileTimeToSystemTime(Int64ToFileTime(header.StartTime() + static_cast<int64_t>(beforeLastTime) * kTicksPerMs),
-                         &st);
+    FileTimeToSystemTime(
+        Int64ToFileTime(WrapAdd(header.StartTime(), static_cast<int64_t>(beforeLastTime) * kTicksPerMs)), &st);
     *endZMTime = SysTimeToZMTime(st);
   }
 

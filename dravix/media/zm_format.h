@@ -95,6 +95,15 @@ inline constexpr ZMPictureSize kZMPictureSizes[7] = {{320, 240}, {640, 240}, {64
 // The code of a width and height, or -1 for any other pair.
 int PictureSizeCode(int32_t width, int32_t height);
 
+// 64-bit sums and differences of values read from files wrap around as the
+// recorder's own arithmetic did, instead of overflowing.
+inline int64_t WrapAdd(int64_t a, int64_t b) {
+  return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+inline int64_t WrapSub(int64_t a, int64_t b) {
+  return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
+
 // --- Little-endian loads and stores --------------------------------------
 template <typename T>
 inline T LoadLE(const uint8_t* p) {

@@ -11,6 +11,9 @@ namespace {
 constexpr size_t kBufferLimit = kZMWalkBuffer;
 // Appended runs at least this long bypass the buffer.
 constexpr size_t kDirectWrite = 64 * 1024;
+// The header area is written whole; a data offset beyond this is no
+// recording this system would make.
+constexpr uint32_t kMaxDataOffset = 16u << 20;
 
 uint32_t FourCC(const char* s) {
   return static_cast<uint32_t>(static_cast<uint8_t>(s[0])) | (static_cast<uint32_t>(static_cast<uint8_t>(s[1])) << 8) |
@@ -110,7 +113,7 @@ HRESULT ZMRecordingWriter::Begin(const char* path, int64_t startTime, const std:
   if (IsOpen()) return E_UNEXPECTED;
   if (path == nullptr) return E_POINTER;
   const uint64_t headerLength = kZMHeaderSize + records.size();
-  if (dataOffset < headerLength) return E_INVALIDARG;
+  if (dataOffset < headerLength || dataOffset > kMaxDataOffset) return E_INVALIDARG;
 
   ResetState();
   indexPath_ = IndexNameForWriter(path);

@@ -84,7 +84,7 @@ void FinishHeader(const ZMEtoZMEJob& job, int64_t from, uint64_t clipDataLength,
   File sourceFile;
   if (FAILED(source.Open(job.source, &sourceFile, false))) return;
   ZMFileHeader h = source.header();
-  h.SetLeadIn(from > h.StartTime() ? from - h.StartTime() : 0);
+  h.SetLeadIn(from > h.StartTime() ? WrapSub(from, h.StartTime()) : 0);
   h.SetDataLength(clipDataLength);
   h.SetDuration(clipDuration);
 
@@ -125,20 +125,20 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
   }
 
   const int64_t base = source.header().StartTime();
-  const int64_t start = from - base > 0 ? from - base : 0;
-  const int64_t stop = to - base > 0 ? to - base : 0;
+  const int64_t start = WrapSub(from, base) > 0 ? WrapSub(from, base) : 0;
+  const int64_t stop = WrapSub(to, base) > 0 ? WrapSub(to, base) : 0;
   // The position stands at the start from here on; total goes last, so a
   // poller never pairs the new total with a stale position.
   self.m_llCurrent = start;
   self.m_llStart = start;
-  self.m_llTotal = to - from;
+  self.m_llTotal = WrapSub(to, from);
 
   ZMRecordingWriter writer;
   if (FAILED(writer.CreateRaw(job.destination, base, EncodeStreams(source), source.header().StreamCount(),
                               source.header().DataOffset())))
     return 4;
 
-  const int64_t bytes = last.record > first.record ? last.record - first.record : 0;
+  const int64_t bytes = last.record > first.record ? WrapSub(last.record, first.record) : 0;
   std::vector<uint8_t> buffer(kZMWalkBuffer);
   int64_t copied = 0;
   bool stopped = false;
@@ -149,7 +149,7 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
     }
     const int64_t want = bytes - copied < static_cast<int64_t>(buffer.size()) ? bytes - copied
                                                                                : static_cast<int64_t>(buffer.size());
-    const int64_t n = sourceFile.PRead(buffer.data(), static_cast<size_t>(want), first.record + copied);
+    const int64_t n = sourceFile.PRead(buffer.data(), static_cast<size_t>(want), WrapAdd(first.record, copied));
     if (n <= 0) break;  // the source ends early
     if (FAILED(writer.AppendRecordBytes(buffer.data(), static_cast<size_t>(n)))) break;
     copied += n;
@@ -235,7 +235,7 @@ ULONGLONG ZMEtoZME::GetPercent() const {
   const int64_t total = m_llTotal.load();
   if (total == 0) return 0;
   const __int128 done = static_cast<__int128>(m_llCurrent.load()) - m_llStart.load();
-  return static_cast<ULONGLONG>(static_cast<int64_t>(done * 100 / total));
+  return static_cast<ULONGLONG>(static_cast<int64_t>(static_cast<uint64_t>(done * 100 / total)));
 }
 
 int ZMEtoZME::GetSize(const char* path, SYSTEMTIME from, SYSTEMTIME to, __int64* size) {
@@ -247,7 +247,7 @@ int ZMEtoZME::GetSize(const char* path, SYSTEMTIME from, SYSTEMTIME to, __int64*
   __int64 offFrom = 0, offTo = 0;
   TimeToFilePos(path, &tFrom, &offFrom);
   TimeToFilePos(path, &tTo, &offTo);
-  *size = offTo - offFrom > 0 ? offTo - offFrom : 0;
+  *size = WrapSub(offTo, offFrom) > 0 ? WrapSub(offTo, offFrom) : 0;
   return 1;
 }
 
