@@ -68,9 +68,9 @@ HRESULT LocateMoment(const char* path, int64_t fileTime, ZMMoment* out) {
     int64_t record = after - n - static_cast<int64_t>(carry);
     int64_t fresh = n;
     bool atEnd = false;
-    if (after > dataEnd) {
-      fresh -= after - dataEnd;
-      if (fresh < 0) fresh = 0;
+    if (static_cast<uint64_t>(after) > h.DataEnd()) {
+      const uint64_t beyond = static_cast<uint64_t>(after) - h.DataEnd();
+      fresh = beyond >= static_cast<uint64_t>(n) ? 0 : n - static_cast<int64_t>(beyond);
       atEnd = true;
     }
     const size_t avail = carry + static_cast<size_t>(fresh);
