@@ -206,8 +206,8 @@ extern "C" void OnInterrupt(int) { g_interrupted = 1; }
 int Cut() {
   const SYSTEMTIME from = ParseTimeArg(g.from, "--from");
   const SYSTEMTIME to = ParseTimeArg(g.to, "--to");
-  ZMFileSummary src;
-  const HRESULT hr = SummarizeRecording(g.src.c_str(), &src);
+  __int64 length = 0;
+  const HRESULT hr = ZMergeAVI::GetZMFileTime(g.src.c_str(), &length);  // the header alone
   if (FAILED(hr)) throw Failure("cannot read the recording " + g.src + ": " + Hr(hr));
   std::string list;
   for (const std::string& t : g.texts) list += t + '\0';
