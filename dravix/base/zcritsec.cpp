@@ -4,14 +4,17 @@
 
 #include <thread>
 
+// `locked` is informative and written after the platform call, outside the
+// lock on Unlock: the stores are relaxed atomic ones, so that two threads
+// taking turns on a lock are not a data race.
 void ZCritSec::Lock() {
   mutex_.lock();
-  locked = 1;
+  __atomic_store_n(&locked, 1, __ATOMIC_RELAXED);
 }
 
 void ZCritSec::Unlock() {
   mutex_.unlock();
-  locked = 0;
+  __atomic_store_n(&locked, 0, __ATOMIC_RELAXED);
 }
 
 bool ZCritSec::TryEnter() { return mutex_.try_lock(); }
@@ -23,5 +26,5 @@ void ZMsgCritSec::Lock() {
   while (!TryEnter()) {
     if (!dravix::platform::PeekAndDispatchMessage()) std::this_thread::yield();
   }
-  locked = 1;
+  __atomic_store_n(&locked, 1, __ATOMIC_RELAXED);
 }

@@ -27,7 +27,10 @@ void TestHome::SetUp() {
   home_ = MakeTempFolder("dravix-test-");
   SetModulePath(home_.c_str());
   const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-  std::string ns = "t" + std::to_string(getpid()) + "_" + (info ? info->name() : "x");
+  std::string ns = "t";
+  ns += std::to_string(getpid());
+  ns += '_';
+  ns += info != nullptr ? info->name() : "x";
   for (char& c : ns)
     if (!std::isalnum(static_cast<unsigned char>(c))) c = '_';
   setenv("DRAVIX_IPC_NAMESPACE", ns.c_str(), 1);

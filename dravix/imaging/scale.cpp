@@ -1,0 +1,389 @@
+// Frame scaling.
+//
+// The arithmetic is fixed: positions are double products truncated toward
+// zero, and Resample mixes single-precision ratios and vertical weights with
+// double products and sums, truncating each channel. Every fast path below
+// gives exactly the bytes of that arithmetic; it only chooses, per call, the
+// cheapest kernel that provably does:
+//
+//  - Planes with an integral horizontal step k: x * k and the row offset
+//    are exact in double, so a row is a strided pick (step 1 is a copy).
+//    Otherwise each index is evaluated as written, trunc(rowStart + x * step)
+//    in double: the sum can round up across an integer for some rows and not
+//    for others, so column offsets are not shared between rows.
+//  - Resample with integral ratios: both weights are 0 and the formula is the
+//    pixel (x0, y0), a strided pick of three-byte pixels.
+//  - Resample with ratios that are multiples of 2^-F and 2^-G with F, G <= 7:
+//    every weight is a multiple of 2^-F (2^-G) and no product or sum of the
+//    formula needs more than 53 bits, so the double result is exact and its
+//    truncation equals the integer expression
+//      (((P01 * (2^G - WY) + P11 * WY) * WX + (P00 * (2^G - WY) + P10 * WY)
+//        * (2^F - WX)) >> (F + G)
+//    with WX = wx * 2^F, WY = wy * 2^G. It is computed separably (a vertical
+//    blend of the strip's source bytes, then the columns) in 16/32-bit
+//    integers, strip by strip so the column plan lives on the stack.
+//  - Anything else runs the double formula per pixel.
+#include "dravix/imaging/scale.h"
+
+#include "dravix/imaging/scale_kernels.h"
+#include "dravix/imaging/scale_paths.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace dravix::imaging {
+namespace detail {
+namespace {
+
+void PickStridedScalar(const StridedJob& job) {
+  const long long stride = static_cast<long long>(job.e) * job.k;
+  for (int y = 0; y < job.rows; ++y) {
+    const BYTE* row = job.src + static_cast<long long>(y * job.rowStep) * job.srcRowBytes;
+    BYTE* dst = job.dst + y * job.dstRowBytes;
+    for (int i = 0; i < job.n; ++i) {
+      const BYTE* p = row + stride * i;
+      for (int c = 0; c < job.e; ++c) dst[job.e * i + c] = p[c];
+    }
+  }
+}
+
+void BlendRowsScalar(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1) {
+  for (int i = 0; i < n; ++i) v[i] = static_cast<int16_t>(r0[i] * w0 + r1[i] * w1);
+}
+
+}  // namespace
+
+void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE*, BYTE* dst, const BYTE*,
+                     int n, double step) {
+  const double a = static_cast<double>(rowStart);
+  for (int x = 0; x < n; ++x) dst[x] = src[static_cast<long long>(a + x * step)];
+}
+
+void ScalarLerpColumns(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE*) {
+  for (int b = 0; b < cols.bytes; ++b) {
+    const int sum = v[cols.pairs[2 * b]] * cols.weights[2 * b] +
+                    v[cols.pairs[2 * b + 1]] * cols.weights[2 * b + 1];
+    dst[b] = static_cast<BYTE>(sum >> cols.shift);
+  }
+}
+
+void ScalarResampleRow(const GeneralRow& r, BYTE* dst, const BYTE*) {
+  for (int i = 0; i < r.dstWidth; ++i) {
+    const double fx = i * r.hratio;
+    const int x0 = static_cast<int>(fx);
+    const int x1 = std::min(x0 + 1, r.srcWidth - 1);
+    const double wx = fx - x0;
+    const double omx = 1.0 - wx;
+    const BYTE* p00 = r.row0 + 3LL * x0;
+    const BYTE* p01 = r.row0 + 3LL * x1;
+    const BYTE* p10 = r.row1 + 3LL * x0;
+    const BYTE* p11 = r.row1 + 3LL * x1;
+    for (int c = 0; c < 3; ++c) {
+      const double a = p01[c] * r.omy + p11[c] * r.wy;
+      const double b = p00[c] * r.omy + p10[c] * r.wy;
+      dst[3 * i + c] = static_cast<BYTE>(static_cast<int>(a * wx + b * omx));
+    }
+  }
+}
+
+const RowKernels& ScalarKernels() {
+  static const RowKernels k{PickStridedScalar, ScalarPickPlane, BlendRowsScalar,
+                            ScalarLerpColumns, ScalarResampleRow};
+  return k;
+}
+
+}  // namespace detail
+
+namespace {
+
+using detail::GeneralRow;
+using detail::LerpColumns;
+using detail::RowKernels;
+using detail::StridedJob;
+
+// Beyond this many bytes a double no longer holds every byte index exactly
+// with room to spare; such planes take the formula as written.
+constexpr double kExactIndexLimit = 4503599627370496.0;  // 2^52
+
+const RowKernels& KernelsFor(ScalePath path) {
+  if (path == ScalePath::kAvx512) {
+    if (const RowKernels* k = detail::Avx512Kernels()) return *k;
+  }
+  return detail::ScalarKernels();
+}
+
+// Nearest-sample decimation of one plane; sizes are those of the planes, the
+// steps those of the whole picture.
+void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long planeWidth,
+                   long long planeHeight, int outWidth, int outHeight, double hstep,
+                   double vstep) {
+  if (outWidth <= 0 || outHeight <= 0 || planeWidth <= 0 || planeHeight <= 0) return;
+  const long long planeBytes = planeWidth * planeHeight;
+  BYTE* const dstEnd = dst + static_cast<long long>(outWidth) * outHeight;
+  const bool huge = static_cast<double>(planeBytes) + static_cast<double>(outWidth) * hstep >=
+                    kExactIndexLimit;
+  const bool unit = hstep == 1.0 && !huge;
+  const bool integral = hstep == std::floor(hstep) && hstep < 2147483647.0 && !huge;
+  if (integral && !unit) {
+    const StridedJob job{src,       src + planeBytes, planeWidth, vstep, dst,
+                         outWidth,  outHeight,        outWidth,   1,     static_cast<int>(hstep)};
+    k.pick_strided(job);
+    return;
+  }
+  for (int y = 0; y < outHeight; ++y) {
+    const long long srcRow = static_cast<long long>(y * vstep);
+    const long long rowStart = srcRow * planeWidth;
+    BYTE* d = dst + static_cast<long long>(y) * outWidth;
+    if (unit) {
+      std::memcpy(d, src + rowStart, static_cast<size_t>(outWidth));
+    } else if (huge) {
+      detail::ScalarPickPlane(src, rowStart, nullptr, d, dstEnd, outWidth, hstep);
+    } else {
+      const long long lastRead = static_cast<long long>(static_cast<double>(rowStart) +
+                                                        (outWidth - 1) * hstep);
+      k.pick_plane(src, rowStart, src + std::max(planeBytes, lastRead + 1), d, dstEnd, outWidth,
+                   hstep);
+    }
+  }
+}
+
+void DownsampleSteps(int srcWidth, int srcHeight, int dstWidth, int dstHeight, double* hstep,
+                     double* vstep) {
+  *hstep = static_cast<double>(srcWidth) / dstWidth;
+  *vstep = static_cast<double>(srcHeight) / dstHeight;
+  if (*hstep <= 1.0) *hstep = 1.0;
+  if (*vstep <= 1.0) *vstep = 1.0;
+}
+
+void YDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWidth,
+                     int srcHeight, int dstWidth, int dstHeight) {
+  if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
+  double hstep, vstep;
+  DownsampleSteps(srcWidth, srcHeight, dstWidth, dstHeight, &hstep, &vstep);
+  DecimatePlane(k, src, dst, srcWidth, srcHeight, dstWidth, dstHeight, hstep, vstep);
+}
+
+void UVDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWidth,
+                      int srcHeight, int dstWidth, int dstHeight) {
+  if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
+  double hstep, vstep;
+  DownsampleSteps(srcWidth, srcHeight, dstWidth, dstHeight, &hstep, &vstep);
+  DecimatePlane(k, src, dst, srcWidth / 2, srcHeight / 2, dstWidth / 2, dstHeight / 2, hstep,
+                vstep);
+}
+
+// The number of fractional bits (0..7) of a non-negative ratio, or -1 when
+// it has more.
+int FractionBits(float ratio) {
+  for (int bits = 0; bits <= 7; ++bits) {
+    const double scaled = static_cast<double>(ratio) * (1 << bits);
+    if (scaled == std::floor(scaled)) return bits;
+  }
+  return -1;
+}
+
+struct ResampleGeometry {
+  int srcWidth, srcHeight, dstWidth, dstHeight;
+  double hratio, vratio;  // single-precision values
+  const BYTE* src;
+  BYTE* dst;
+  long long srcStride, dstStride;
+  const BYTE* srcEnd;
+  BYTE* dstEnd;
+};
+
+struct RowPlace {
+  int y0, y1;
+  double wy;  // rounded to single precision
+};
+
+RowPlace PlaceRow(const ResampleGeometry& g, int j) {
+  const double fy = j * g.vratio;
+  RowPlace r;
+  r.y0 = static_cast<int>(fy);
+  r.y1 = std::min(r.y0 + 1, g.srcHeight - 1);
+  r.wy = static_cast<float>(fy - r.y0);
+  return r;
+}
+
+void ResamplePoint(const RowKernels& k, const ResampleGeometry& g) {
+  const int step = static_cast<int>(g.hratio);
+  if (step != 1) {
+    const StridedJob job{g.src,  g.srcEnd,      g.srcStride, g.vratio, g.dst,
+                         g.dstStride, g.dstHeight, g.dstWidth, 3,      step};
+    k.pick_strided(job);
+    return;
+  }
+  for (int j = 0; j < g.dstHeight; ++j) {
+    std::memcpy(g.dst + j * g.dstStride, g.src + PlaceRow(g, j).y0 * g.srcStride,
+                static_cast<size_t>(g.dstStride));
+  }
+}
+
+// Fills the column plan of output pixels [first, first + count); returns the
+// first source pixel of the strip and sets *spanBytes to the source bytes it
+// covers.
+int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int shift,
+              LerpColumns* cols, int* spanBytes) {
+  const int scale = 1 << hbits;
+  const int sx0 = static_cast<int>(first * g.hratio);
+  int sxEnd = sx0 + 1;
+  for (int n = 0; n < count; ++n) {
+    const double fx = (first + n) * g.hratio;
+    const int x0 = static_cast<int>(fx);
+    const int x1 = std::min(x0 + 1, g.srcWidth - 1);
+    const int wx = static_cast<int>((fx - x0) * scale);
+    sxEnd = std::max(sxEnd, x1 + 1);
+    for (int c = 0; c < 3; ++c) {
+      const int b = 3 * n + c;
+      cols->pairs[2 * b] = static_cast<int16_t>(3 * (x1 - sx0) + c);
+      cols->pairs[2 * b + 1] = static_cast<int16_t>(3 * (x0 - sx0) + c);
+      cols->weights[2 * b] = static_cast<int16_t>(wx);
+      cols->weights[2 * b + 1] = static_cast<int16_t>(scale - wx);
+    }
+  }
+  cols->bytes = 3 * count;
+  cols->shift = shift;
+  // Pad the last block so vector loads of the plan read defined values.
+  const int padded = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock *
+                     detail::kLerpBlock;
+  for (int b = cols->bytes; b < padded; ++b) {
+    cols->pairs[2 * b] = cols->pairs[2 * b + 1] = cols->pairs[2 * (cols->bytes - 1)];
+    cols->weights[2 * b] = cols->weights[2 * b + 1] = 0;
+  }
+  cols->windowed = true;
+  for (int blk = 0; blk * detail::kLerpBlock < cols->bytes; ++blk) {
+    const int16_t* p = cols->pairs + 2 * detail::kLerpBlock * blk;
+    const auto [lo, hi] = std::minmax_element(p, p + 2 * detail::kLerpBlock);
+    cols->base[blk] = *lo;
+    if (*hi - *lo >= 64) cols->windowed = false;
+  }
+  *spanBytes = 3 * (sxEnd - sx0);
+  return sx0;
+}
+
+void ResampleGeneral(const RowKernels& k, const ResampleGeometry& g) {
+  for (int j = 0; j < g.dstHeight; ++j) {
+    const RowPlace p = PlaceRow(g, j);
+    GeneralRow r;
+    r.row0 = g.src + p.y0 * g.srcStride;
+    r.row1 = g.src + p.y1 * g.srcStride;
+    r.avail0 = g.srcEnd - r.row0;
+    r.avail1 = g.srcEnd - r.row1;
+    r.wy = p.wy;
+    r.omy = 1.0 - p.wy;
+    r.hratio = g.hratio;
+    r.srcWidth = g.srcWidth;
+    r.dstWidth = g.dstWidth;
+    k.resample_row(r, g.dst + j * g.dstStride, g.dstEnd);
+  }
+}
+
+// Returns false (having written nothing) when a strip would not fit the
+// stack plan; the caller then runs the general formula.
+bool ResampleDyadic(const RowKernels& k, const ResampleGeometry& g, int hbits, int vbits) {
+  const long long perStrip = std::min<long long>(
+      detail::kStripPixels, static_cast<long long>((detail::kSpanPixels - 4) / g.hratio));
+  if (perStrip < 1) return false;
+  const int vscale = 1 << vbits;
+  LerpColumns cols;
+  alignas(64) int16_t blended[detail::kSpanBytes + detail::kBlendPad];
+  std::memset(blended, 0, sizeof blended);
+  for (int first = 0; first < g.dstWidth; first += static_cast<int>(perStrip)) {
+    const int count = static_cast<int>(std::min<long long>(perStrip, g.dstWidth - first));
+    int span = 0;
+    const int sx0 = PlanStrip(g, first, count, hbits, hbits + vbits, &cols, &span);
+    for (int j = 0; j < g.dstHeight; ++j) {
+      const RowPlace p = PlaceRow(g, j);
+      const int wy = static_cast<int>(p.wy * vscale);
+      k.blend_rows(g.src + p.y0 * g.srcStride + 3LL * sx0, g.src + p.y1 * g.srcStride + 3LL * sx0,
+                   blended, span, vscale - wy, wy);
+      k.lerp_columns(blended, cols, g.dst + j * g.dstStride + 3LL * first, nullptr);
+    }
+  }
+  return true;
+}
+
+void ResampleWith(const RowKernels& k, int srcWidth, int srcHeight, int dstWidth, int dstHeight,
+                  const BYTE* src, BYTE* dst) {
+  if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
+  ResampleGeometry g;
+  g.srcWidth = srcWidth;
+  g.srcHeight = srcHeight;
+  g.dstWidth = dstWidth;
+  g.dstHeight = dstHeight;
+  const float hratio = static_cast<float>(static_cast<double>(srcWidth) / dstWidth);
+  const float vratio = static_cast<float>(static_cast<double>(srcHeight) / dstHeight);
+  g.hratio = hratio;
+  g.vratio = vratio;
+  g.src = src;
+  g.dst = dst;
+  g.srcStride = 3LL * srcWidth;
+  g.dstStride = 3LL * dstWidth;
+  g.srcEnd = src + g.srcStride * srcHeight;
+  g.dstEnd = dst + g.dstStride * dstHeight;
+  const int hbits = FractionBits(hratio);
+  const int vbits = FractionBits(vratio);
+  if (hbits == 0 && vbits == 0) return ResamplePoint(k, g);
+  if (hbits >= 0 && vbits >= 0 && ResampleDyadic(k, g, hbits, vbits)) return;
+  ResampleGeneral(k, g);
+}
+
+}  // namespace
+
+bool ScalePathAvailable(ScalePath path) {
+  return path == ScalePath::kScalar || detail::Avx512Kernels() != nullptr;
+}
+
+ScalePath BestScalePath() {
+  static const ScalePath best =
+      detail::Avx512Kernels() != nullptr ? ScalePath::kAvx512 : ScalePath::kScalar;
+  return best;
+}
+
+const char* ScalePathName(ScalePath path) {
+  return path == ScalePath::kAvx512 ? "avx512" : "scalar";
+}
+
+void YDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,
+                   int dstWidth, int dstHeight) {
+  YDownsampleWith(KernelsFor(path), src, dst, srcWidth, srcHeight, dstWidth, dstHeight);
+}
+
+void UVDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,
+                    int dstWidth, int dstHeight) {
+  UVDownsampleWith(KernelsFor(path), src, dst, srcWidth, srcHeight, dstWidth, dstHeight);
+}
+
+void ResampleOn(ScalePath path, int srcWidth, int srcHeight, int dstWidth, int dstHeight,
+                const BYTE* src, BYTE* dst) {
+  ResampleWith(KernelsFor(path), srcWidth, srcHeight, dstWidth, dstHeight, src, dst);
+}
+
+namespace {
+const RowKernels& Best() {
+  static const RowKernels& k = KernelsFor(BestScalePath());
+  return k;
+}
+}  // namespace
+
+}  // namespace dravix::imaging
+
+void Y_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                  int dstHeight) {
+  dravix::imaging::YDownsampleWith(dravix::imaging::Best(), src, dst, srcWidth, srcHeight,
+                                   dstWidth, dstHeight);
+}
+
+void UV_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                   int dstHeight) {
+  dravix::imaging::UVDownsampleWith(dravix::imaging::Best(), src, dst, srcWidth, srcHeight,
+                                    dstWidth, dstHeight);
+}
+
+void Resample(int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src,
+              BYTE* dst) {
+  dravix::imaging::ResampleWith(dravix::imaging::Best(), srcWidth, srcHeight, dstWidth,
+                                dstHeight, src, dst);
+}

@@ -1,0 +1,102 @@
+#include "dravix/config/playsetting.h"
+#include "tests/config/option_fixture.h"
+
+#include <fstream>
+
+namespace dravix::test {
+namespace {
+
+class PlaySettingTest : public OptionHome {};
+
+TEST_F(PlaySettingTest, DocumentWithoutPlayerGivesThePlayerDefaults) {
+  WriteFile(config::kOptionFileName,
+            "<?xml version='1.0'?><f:ZeploXML xmlns:f='urn:x'><General><SiteName>depot</SiteName></General>"
+            "<Camera><Camera2><Name>gate</Name><Privilege>1</Privilege></Camera2></Camera>"
+            "<User><DirectAccess>0</DirectAccess></User></f:ZeploXML>");
+  IPlaySetting* s = IPlaySetting::Instance();
+  tagDSPREFERENCE p{};
+  s->LoadPlayerOption(p);
+  EXPECT_EQ(p.nTimelineInterval, 3600);
+  EXPECT_EQ(p.nBackupPeriod, 30);
+  EXPECT_STREQ(p.szBackupPath, "30");
+  EXPECT_EQ(p.bQuickDisplay, 1);
+  EXPECT_EQ(s->IsPlayCaption(), 0);
+  EXPECT_EQ(s->IsPlaybackLoop(), 0);
+  const tagDSPLAYCAPTION c = s->GetPlayOption();
+  EXPECT_EQ(c.dsCaption.bNumber + c.dsCaption.bName + c.dsCaption.bDate + c.dsCaption.bTime, 4);
+  EXPECT_EQ(c.dsCaption.lfCaptionFont.lfWeight, 400);
+  EXPECT_STREQ(c.dsCaption.lfCaptionFont.lfFaceName, "Tahoma");
+  EXPECT_EQ(c.dsCaption.clColor, 16777215u);
+  for (BYTE b : c.byReserved) EXPECT_EQ(b, 0);
+  tagDSPLAYERAUDIO a{};
+  s->LoadPlayerAudioOption(a);
+  EXPECT_EQ(a.dsPlayDevice[15].nVolume, 65535);
+
+  // The recorder's options, as the player sees them.
+  EXPECT_STREQ(s->GetSiteName(), "depot");
+  EXPECT_STREQ(s->GetCameraName(2), "gate");
+  EXPECT_STREQ(s->GetCameraName(3), "S4506");
+  EXPECT_EQ(s->GetCameraPrivilege(2), 1);
+  EXPECT_EQ(s->GetCameraPrivilege(3), 3);
+  EXPECT_STREQ(s->GetCameraName(16), "");
+  EXPECT_EQ(s->GetCameraPrivilege(-1), 0);
+  EXPECT_EQ(s->IsDirectAccess(), 0);
+  EXPECT_EQ(IBackupSetting::Instance()->IsDirectAccess(), 0);
+}
+
+TEST_F(PlaySettingTest, SavesReachTheDocumentAndKeepTheRecordersSections) {
+  IPlaySetting* s = IPlaySetting::Instance();
+  tagDSPREFERENCE p{};
+  s->LoadPlayerOption(p);
+  p.bLoopPlay = 1;
+  p.bCaption = 1;
+  p.bCameraSwitch[3][15] = 1;
+  p.dsPlayCaption.byReserved[0] = 7;  // not part of the layout: saved as zero
+  config::CopyOptionText(p.szBackupPath, "/srv/backup");
+  ASSERT_EQ(s->SavePlayerOption(p), 1);
+  tagDSPLAYERAUDIO a{};
+  s->LoadPlayerAudioOption(a);
+  config::CopyOptionText(a.szCurPlayDeviceName, "USB speaker");
+  ASSERT_EQ(s->SavePlayerAudioOption(a), 1);
+  EXPECT_EQ(s->IsPlaybackLoop(), 1);
+  EXPECT_EQ(s->IsPlayCaption(), 1);
+  EXPECT_EQ(s->GetPlayOption().byReserved[0], 0);
+
+  auto back = LoadFresh();
+  EXPECT_EQ(back->dsPreference.bLoopPlay, 1);
+  EXPECT_EQ(back->dsPreference.bCameraSwitch[3][15], 1);
+  EXPECT_STREQ(back->dsPreference.szBackupPath, "/srv/backup");
+  EXPECT_STREQ(back->dsPlayerAudio.szCurPlayDeviceName, "USB speaker");
+  EXPECT_EQ(XPath(DocPath(), "string(/*/Player/M4-15)"), "1");
+  EXPECT_EQ(XPath(DocPath(), "string(/*/Player/DsPlayerAudio/CurPlayDeviceName)"), "USB speaker");
+  EXPECT_EQ(back->dsDVROption.dsCamera[0].nRecordSecond, 50);
+
+  tagDSPREFERENCE b{};
+  IBackupSetting::Instance()->GetPreference(b);
+  EXPECT_STREQ(b.szBackupPath, "/srv/backup");
+  EXPECT_EQ(IBackupSetting::Instance()->IsDirectAccess(), 1);
+}
+
+TEST_F(PlaySettingTest, ReadsARawMainRecordWhateverItsLength) {
+  IPlaySetting* s = IPlaySetting::Instance();
+  EXPECT_EQ(s->ReadDVROptionFromFile(Path("absent.zmi").c_str()), 0);
+  auto raw = std::make_unique<tagDSDVROPTION>();
+  raw->nVersion = 1500;
+  config::CopyOptionText(raw->dsGeneral.szSiteName, "from file");
+  raw->dsCamera[9].nPrivilege = 2;
+  config::CopyOptionText(raw->dsCamera[9].szName, "yard");
+  WriteFile("DVROption.zmi", std::string(reinterpret_cast<const char*>(raw.get()), sizeof *raw));
+  EXPECT_EQ(s->ReadDVROptionFromFile(Path("DVROption.zmi").c_str()), 1);
+  EXPECT_STREQ(s->GetSiteName(), "from file");
+  EXPECT_STREQ(s->GetCameraName(9), "yard");
+  EXPECT_EQ(s->GetCameraPrivilege(9), 2);
+
+  // A short file fills only what it holds.
+  WriteFile("short.zmi", std::string("\xdc\x05\0\0short", 9));
+  EXPECT_EQ(s->ReadDVROptionFromFile(Path("short.zmi").c_str()), 1);
+  EXPECT_STREQ(s->GetSiteName(), "shortfile");  // no terminator in the file
+  EXPECT_STREQ(s->GetCameraName(9), "yard");
+}
+
+}  // namespace
+}  // namespace dravix::test

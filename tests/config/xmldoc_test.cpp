@@ -1,0 +1,365 @@
+#include "dravix/config/optionkeys.h"
+#include "dravix/config/xmldoc.h"
+#include "tests/config/option_fixture.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace dravix::test {
+namespace {
+
+using config::kAllSections;
+
+std::string Slurp(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// Replaces, in the file, the text from the first `from` after `anchor` up
+// to and including the next `to` by `with`.
+void EditFile(const std::string& path, const std::string& anchor, const std::string& from, const std::string& to,
+              const std::string& with) {
+  std::string text = Slurp(path);
+  const size_t a = text.find(anchor);
+  ASSERT_NE(a, std::string::npos) << anchor;
+  const size_t f = text.find(from, a);
+  ASSERT_NE(f, std::string::npos) << from;
+  const size_t t = text.find(to, f + from.size());
+  ASSERT_NE(t, std::string::npos) << to;
+  text.replace(f, t + to.size() - f, with);
+  std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+// Sets the text of the first element `tag` after `anchor` (either form:
+// <tag>...</tag> or <tag />).
+void SetElement(const std::string& path, const std::string& anchor, const std::string& tag, const std::string& text) {
+  const std::string content = Slurp(path);
+  const size_t a = content.find(anchor);
+  ASSERT_NE(a, std::string::npos);
+  const size_t open = content.find("<" + tag + ">", a), empty = content.find("<" + tag + " />", a);
+  if (empty < open)
+    EditFile(path, anchor, "<" + tag + " />", ">", "<" + tag + ">" + text + "</" + tag + ">");
+  else
+    EditFile(path, anchor, "<" + tag + ">", "</" + tag + ">", "<" + tag + ">" + text + "</" + tag + ">");
+}
+
+// Offset of the first differing byte, or -1.
+long FirstDifference(const void* a, const void* b, size_t n) {
+  const auto* x = static_cast<const unsigned char*>(a);
+  const auto* y = static_cast<const unsigned char*>(b);
+  for (size_t i = 0; i < n; ++i)
+    if (x[i] != y[i]) return static_cast<long>(i);
+  return -1;
+}
+
+constexpr const char* kRoot = "/*[local-name()='ZeploXML']";
+
+class XmlDocTest : public OptionHome {};
+
+TEST_F(XmlDocTest, MissingFileIsRecreatedWithEveryDefault) {
+  int parsed = -1;
+  auto loaded = LoadFresh(&parsed);
+  EXPECT_EQ(parsed, 0);
+
+  // What the loader hands out equals the defaults, in every section.
+  auto defaults = NewOption();
+  config::FillDefaultOptions(*defaults);
+  EXPECT_EQ(FirstDifference(loaded.get(), defaults.get(), sizeof *loaded), -1);
+
+  // The file as another parser sees it.
+  const std::string f = DocPath();
+  const std::string r = kRoot;
+  EXPECT_EQ(XPath(f, "name(/*)"), "f:ZeploXML");
+  EXPECT_EQ(XPath(f, "namespace-uri(/*)"), config::kOptionNamespaceUri);
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*)"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*/RecordSecond[.='50'])"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*/PreRecodingSec[.='0'])"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*/DsAction/DsPager/ComPort[.='Com 1'])"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*/DsAction/DsFax/ComPort[.='Com 1'])"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*/DsAction/DsFax/SelNur[.=''])"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Camera/*/ImageFilterValue6[.='-10000'])"), "16");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Camera/Camera7/Name)"), "S4510");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Camera/Camera0/DsAction/DsPhone/DefVoicename)"), home() + "prefix.wav");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Camera/Camera0/DsCaption/CaptionFont/FaceName)"), "Tahoma");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Camera/Camera0/DsCaption/CaptionFont/Height)"), "-13");
+  EXPECT_EQ(XPath(f, "string(" + r + "/General/dsDynamicIP/Port)"), "18080");
+  EXPECT_EQ(XPath(f, "string(" + r + "/General/dsDynamicIP/IPName)"), "127.0.0.1");
+  EXPECT_EQ(XPath(f, "string(" + r + "/General/Recycle/RecycleDay)"), "10");
+  EXPECT_EQ(XPath(f, "string(" + r + "/General/Recycle/AutoUpdateRecycleDay)"), "0.000000");
+  EXPECT_EQ(XPath(f, "string(" + r + "/General/SiteName)"), "S4501");
+  EXPECT_EQ(XPath(f, "string(" + r + "/User/DirectAccess)"), "1");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Map/MapFile)"), "pic\\photo.bmp");
+  EXPECT_EQ(XPath(f, "count(" + r + "/POS/*/szPort[.='COM1'])"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/POS/*/nVertial)"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/POS/*/nClearupDealy)"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Audio/*/Volume[.='65535'])"), "48");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Player/BackupPath)"), "30");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Player/TimelineInterval)"), "3600");
+  EXPECT_EQ(XPath(f, "string(" + r + "/Player/DsCaption/lfCaptionFont/PitchAndFamily)"), "34");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Player/DsPlayerAudio/dsPlayDevice/*)"), "16");
+  EXPECT_EQ(XPath(f, "count(" + r + "/Player/dsTalk/dsPlayDevice/*)"), "32");
+  EXPECT_EQ(XPath(f, "string(" + r + "/SystemTime/Year)"), "1990");
+  // Every setting the loader knows is present as an element.
+  // (The pager settings appear in their nested form, the six SystemTime
+  // elements beside the sections.)
+  const auto keys = config::ListOptionKeys(*defaults);
+  EXPECT_EQ(XPath(f, "count(//*[not(*)])"), std::to_string(keys.size() + 6));
+}
+
+TEST_F(XmlDocTest, WholeRecordSurvivesSaveAndLoad) {
+  auto saved = VariedOption(20240601);
+  saved->dsAudioExpress.nVersion = kDSOptionVersion;  // not carried: the loader keeps its own
+  {
+    ZXMLMGR mgr;
+    ASSERT_EQ(mgr.SaveOption(*saved, 0), 1);
+  }
+  int parsed = 0;
+  auto loaded = LoadFresh(&parsed);
+  EXPECT_EQ(parsed, 1);
+  const auto a = config::ListOptionKeys(*saved);
+  const auto b = config::ListOptionKeys(*loaded);
+  ASSERT_EQ(a.size(), b.size());
+  for (size_t i = 0; i < a.size(); ++i) EXPECT_EQ(a[i].value, b[i].value) << a[i].path;
+  EXPECT_EQ(FirstDifference(saved.get(), loaded.get(), sizeof *saved), -1);
+  // A second save of what was loaded gives the same bytes.
+  const std::string first = Slurp(DocPath());
+  ZXMLMGR mgr;
+  mgr.SaveOption(*loaded, 0);
+  EXPECT_TRUE(Slurp(DocPath()) == first);
+}
+
+TEST_F(XmlDocTest, SaveWithFlagOneWritesWhatTheSectionsHold) {
+  ZXMLMGR mgr;
+  auto o = NewOption();
+  mgr.LoadOption(*o);
+  auto other = VariedOption(7);
+  ASSERT_EQ(mgr.SaveOption(*other, 1), 1);  // the record is not handed over
+  auto back = LoadFresh();
+  EXPECT_EQ(std::memcmp(back.get(), o.get(), sizeof *o), 0);
+}
+
+TEST_F(XmlDocTest, MalformedFilesAreReplacedByTheDefaultDocument) {
+  const std::string inputs[] = {
+      "",
+      "<?xml version='1.0'?>",
+      "<f:ZeploXML xmlns:f='u'><General><SiteName>x</SiteName></General>",
+      "<a><b></a></b>",
+      std::string("\x00\x01\x02garbage", 10),
+      "<f:ZeploXML xmlns:f='u'/><second/>",
+  };
+  auto defaults = NewOption();
+  config::FillDefaultOptions(*defaults);
+  for (const std::string& in : inputs) {
+    WriteFile(config::kOptionFileName, in);
+    int parsed = -1;
+    auto o = LoadFresh(&parsed);
+    EXPECT_EQ(parsed, 0) << in;
+    EXPECT_EQ(FirstDifference(o.get(), defaults.get(), sizeof *o), -1) << in;
+    EXPECT_EQ(XPath(DocPath(), std::string("string(") + kRoot + "/Camera/Camera3/RecordSecond)"), "50") << in;
+  }
+}
+
+// The reading rules, each on one element of an otherwise default document.
+struct ReadCase {
+  const char* element;  // an element of camera 0
+  std::string text;     // what the file says
+  LONG expected;
+};
+
+TEST_F(XmlDocTest, NumbersAndSwitchesAreReadAsTheDocumentDefines) {
+  const std::string zeros1022(1022, '0'), zeros1023(1023, '0');
+  const ReadCase cases[] = {
+      {"Record", "2", 0},           // only 1 is on
+      {"Record", "1", 1},
+      {"Record", "0", 0},
+      {"Connection", "yes", 0},     // not a number
+      {"RecordSecond", "12abc", 12},
+      {"RecordSecond", " -7", -7},
+      {"RecordSecond", "", 0},      // present but empty is 0, not the default
+      {"RecordSecond", "99999999999", 2147483647},
+      {"RecordSecond", zeros1022 + "7", 7},
+      {"RecordSecond", zeros1023 + "7", 0},  // the 1024-byte buffer cuts the 7
+      {"Privilege", "<![CDATA[2]]>", 2},
+  };
+  for (const auto& c : cases) {
+    LoadFresh();  // default document
+    const std::string tag = c.element;
+    SetElement(DocPath(), "<Camera0>", tag, c.text);
+    auto o = LoadFresh();
+    const tagDSCAMERAOPTION& cam = o->dsDVROption.dsCamera[0];
+    const LONG got = tag == "Record"         ? cam.bRecord
+                     : tag == "Connection"   ? cam.bConnection
+                     : tag == "Privilege"    ? cam.nPrivilege
+                                             : cam.nRecordSecond;
+    EXPECT_EQ(got, c.expected) << tag << " = " << c.text.substr(0, 20);
+    std::remove(DocPath().c_str());
+  }
+}
+
+TEST_F(XmlDocTest, MissingElementsGiveTheLoaderDefaults) {
+  LoadFresh();
+  // Drop camera 2's record length, its fax port and selected number, and
+  // the whole Player section.
+  EditFile(DocPath(), "<Camera2>", "<RecordSecond>", "</RecordSecond>", "");
+  EditFile(DocPath(), "<Camera2>", "<ComPort>Com 1", "</ComPort>", "");
+  EditFile(DocPath(), "<Camera2>", "<SelNur", "/>", "");
+  EditFile(DocPath(), "</Audio>", "<Player>", "</Player>", "");
+  auto o = LoadFresh();
+  const tagDSACTIONOPTION& a = o->dsDVROption.dsCamera[2].dsAction;
+  EXPECT_EQ(o->dsDVROption.dsCamera[2].nRecordSecond, 50);
+  // The fax fallbacks cross over against the default document.
+  EXPECT_STREQ(a.szFaxComPort, "");
+  EXPECT_STREQ(a.szSelNur, "Com 1");
+  EXPECT_STREQ(o->dsDVROption.dsCamera[1].dsAction.szFaxComPort, "Com 1");
+  EXPECT_STREQ(o->dsDVROption.dsCamera[1].dsAction.szSelNur, "");
+  EXPECT_EQ(o->dsPreference.nTimelineInterval, 3600);
+  EXPECT_EQ(o->dsPreference.nBackupPeriod, 30);
+  EXPECT_STREQ(o->dsPreference.szBackupPath, "30");
+}
+
+TEST_F(XmlDocTest, PagerSettingsLiveBesideTheDefaultPagerElement) {
+  auto o = LoadFresh();
+  EXPECT_STREQ(o->dsDVROption.dsCamera[4].dsAction.szPagerComPort, "Com 1");
+  tagDSACTIONOPTION& a = o->dsDVROption.dsCamera[4].dsAction;
+  config::CopyOptionText(a.szPagerComPort, "Com 3");
+  config::CopyOptionText(a.szPagerNumber[2], "0912345678");
+  config::CopyOptionText(a.szContext, "door open");
+  ZXMLMGR().SaveOption(*o, 0);
+
+  const std::string act = std::string(kRoot) + "/Camera/Camera4/DsAction/";
+  EXPECT_EQ(XPath(DocPath(), "string(" + act + "DsPagerComPort)"), "Com 3");
+  EXPECT_EQ(XPath(DocPath(), "string(" + act + "DsPagerPagerNumber2)"), "0912345678");
+  EXPECT_EQ(XPath(DocPath(), "string(" + act + "DsPagerContext)"), "door open");
+  EXPECT_EQ(XPath(DocPath(), "string(" + act + "DsPager/ComPort)"), "Com 1");
+
+  // The nested element is not what the loader reads.
+  EditFile(DocPath(), "<Camera4>", "<DsPager>", "</ComPort>", "<DsPager><ComPort>Com 9</ComPort>");
+  EXPECT_EQ(XPath(DocPath(), "string(" + act + "DsPager/ComPort)"), "Com 9");
+  EXPECT_STREQ(LoadFresh()->dsDVROption.dsCamera[4].dsAction.szPagerComPort, "Com 3");
+}
+
+TEST_F(XmlDocTest, AlarmKeepsTheSwitchAndReadsItBackAsText) {
+  auto o = LoadFresh();
+  tagDSACTIONOPTION& a = o->dsDVROption.dsCamera[5].dsAction;
+  a.bAlarm = 1;
+  config::CopyOptionText(a.szAlarm, "siren");
+  ZXMLMGR().SaveOption(*o, 0);
+  EXPECT_EQ(XPath(DocPath(), std::string("string(") + kRoot + "/Camera/Camera5/DsAction/Alarm)"), "1");
+  auto back = LoadFresh();
+  EXPECT_EQ(back->dsDVROption.dsCamera[5].dsAction.bAlarm, 1);
+  EXPECT_STREQ(back->dsDVROption.dsCamera[5].dsAction.szAlarm, "1");
+  EXPECT_EQ(back->dsDVROption.dsCamera[6].dsAction.bAlarm, 0);
+  EXPECT_STREQ(back->dsDVROption.dsCamera[6].dsAction.szAlarm, "0");
+}
+
+TEST_F(XmlDocTest, TextsAreCutInsideTheirBoundAndFloatsWrittenWithSixDecimals) {
+  auto o = LoadFresh();
+  o->dsDVROption.dsGeneral.dsRecycle.fKeepRatio = 0.95f;
+  ZXMLMGR().SaveOption(*o, 0);
+  EXPECT_EQ(XPath(DocPath(), std::string("string(") + kRoot + "/General/Recycle/AutoUpdateRecycleDay)"),
+            "0.950000");
+  const std::string longName(100, 'n');
+  SetElement(DocPath(), "<Camera1>", "Name", longName);
+  SetElement(DocPath(), "<General>", "SMTPServer", std::string(2000, 'm'));
+  auto back = LoadFresh();
+  EXPECT_EQ(std::string(back->dsDVROption.dsCamera[1].szName), std::string(31, 'n'));
+  EXPECT_EQ(std::string(back->dsDVROption.dsGeneral.dsEventReport.szSMTPServer), std::string(259, 'm'));
+  EXPECT_FLOAT_EQ(back->dsDVROption.dsGeneral.dsRecycle.fKeepRatio, 0.95f);
+}
+
+TEST_F(XmlDocTest, PathStepsMatchLocalNamesAndAForeignRootTakesNothing) {
+  WriteFile(config::kOptionFileName,
+            "<x:ZeploXML xmlns:x='urn:other' xmlns:y='urn:y'><y:General><SiteName>north gate</SiteName>"
+            "</y:General><Camera><Camera3><RecordSecond>9</RecordSecond></Camera3></Camera></x:ZeploXML>");
+  int parsed = 0;
+  auto o = LoadFresh(&parsed);
+  EXPECT_EQ(parsed, 1);
+  EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "north gate");
+  EXPECT_EQ(o->dsDVROption.dsCamera[3].nRecordSecond, 9);
+  EXPECT_EQ(o->dsDVROption.dsCamera[2].nRecordSecond, 50);
+
+  // Missing sections are created on save, under the existing root.
+  ZXMLMGR().SaveOption(*o, 0);
+  EXPECT_EQ(XPath(DocPath(), "string(/*/Camera/Camera15/DsRecord/FrameRate)"), "30");
+  EXPECT_EQ(XPath(DocPath(), "string(/*/*[local-name()='General']/SiteName)"), "north gate");
+
+  WriteFile(config::kOptionFileName, "<Options><General><SiteName>x</SiteName></General></Options>");
+  o = LoadFresh(&parsed);
+  EXPECT_EQ(parsed, 1);
+  EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "S4501");
+}
+
+TEST_F(XmlDocTest, TextsStayTheSameAcrossSavesOfALatin1Document) {
+  WriteFile(config::kOptionFileName,
+            "<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n"
+            "<f:ZeploXML xmlns:f=\"u\"><General><SiteName>caf\xe9</SiteName></General></f:ZeploXML>");
+  auto o = LoadFresh();
+  EXPECT_STREQ(o->dsDVROption.dsGeneral.szSiteName, "caf\xc3\xa9");
+  ZXMLMGR().SaveOption(*o, 0);
+  EXPECT_STREQ(LoadFresh()->dsDVROption.dsGeneral.szSiteName, "caf\xc3\xa9");
+  EXPECT_EQ(XPath(DocPath(), std::string("string(") + kRoot + "/General/SiteName)"), "caf\xc3\xa9");
+}
+
+TEST_F(XmlDocTest, PlayerSaveKeepsTheRecordersNewerSections) {
+  ZXMLMGR recorder, player;
+  auto rec = NewOption();
+  recorder.LoadOption(*rec);
+  auto ply = NewOption();
+  player.LoadPlayerOption(*ply);
+
+  config::CopyOptionText(rec->dsDVROption.dsGeneral.szSiteName, "changed by the recorder");
+  recorder.SaveOption(*rec, 0);
+  ply->dsPreference.bLoopPlay = 1;
+  ASSERT_EQ(player.SavePlayerOption(*ply), 1);
+
+  auto back = LoadFresh();
+  EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "changed by the recorder");
+  EXPECT_EQ(back->dsPreference.bLoopPlay, 1);
+}
+
+TEST_F(XmlDocTest, LoadLeavesVersionAndDeviceTableAlone) {
+  auto o = NewOption();
+  o->dsDVROption.nVersion = 1200;
+  std::memset(o->dsDVROption.dsDeviceExt, 0x5A, sizeof o->dsDVROption.dsDeviceExt);
+  ZXMLMGR().LoadOption(*o);
+  EXPECT_EQ(o->dsDVROption.nVersion, 1200);
+  EXPECT_EQ(o->dsDVROption.dsDeviceExt[15].byData[155], 0x5A);
+}
+
+// A saver killed at any moment leaves the old or the new document.
+TEST_F(XmlDocTest, KilledSaverLeavesTheOldOrTheNewDocument) {
+  auto a = VariedOption(1);
+  auto b = VariedOption(2);
+  config::CopyOptionText(a->dsDVROption.dsGeneral.szSiteName, "document A");
+  config::CopyOptionText(b->dsDVROption.dsGeneral.szSiteName, "document B");
+  a->dsAudioExpress.nVersion = b->dsAudioExpress.nVersion = kDSOptionVersion;
+  ZXMLMGR().SaveOption(*a, 0);
+
+  std::mt19937 rng(99);
+  for (int round = 0; round < 50; ++round) {
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+      ZXMLMGR mgr;
+      for (unsigned i = 0;; ++i) mgr.SaveOption(i % 2 ? *a : *b, 0);
+    }
+    usleep(2000 + rng() % 60000);
+    kill(child, SIGKILL);
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+
+    int parsed = 0;
+    auto got = LoadFresh(&parsed);
+    ASSERT_EQ(parsed, 1) << "round " << round << ": the file was torn";
+    const bool isA = std::memcmp(got.get(), a.get(), sizeof *a) == 0;
+    const bool isB = std::memcmp(got.get(), b.get(), sizeof *b) == 0;
+    ASSERT_TRUE(isA || isB) << "round " << round << ": site name " << got->dsDVROption.dsGeneral.szSiteName;
+  }
+}
+
+}  // namespace
+}  // namespace dravix::test

@@ -1,0 +1,76 @@
+// `dravix log write NAME TEXT` appends one line to a log the way the
+// recorder does; `dravix log tail NAME` prints the end of a log.
+#include "tools/command.h"
+
+#include "dravix/base/zfile.h"
+#include "dravix/config/switches.h"
+#include "dravix/log/ilog.h"
+
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <vector>
+
+namespace dravix::cli {
+namespace {
+
+struct LogOptions {
+  std::string name;
+  std::string text;
+  bool raw = false;
+  int lines = 10;
+  bool old = false;
+};
+
+LogOptions& Options() {
+  static LogOptions o;
+  return o;
+}
+
+int Write() {
+  const LogOptions& o = Options();
+  ILog* log = ILog::Instance();
+  if (!log->SetFilename(o.name.c_str()))
+    throw Failure("cannot open log " + o.name + " in " +
+                  (EnableZeploEmbeded() ? dravix::log::EmbeddedBaseFolder() : GetModulePath()));
+  const std::string text = o.raw ? o.text : o.text + "\r\n";
+  if (!log->Write(text.c_str())) throw Failure("log " + log->GetFilePath() + " refused the write (disk nearly full?)");
+  std::cout << "wrote " << text.size() << " bytes to " << log->GetFilePath() << "\n";
+  return kExitOk;
+}
+
+int Tail() {
+  const LogOptions& o = Options();
+  if (o.lines < 0) throw UsageError("--lines must not be negative");
+  // The old generation always sits in the program folder.
+  const std::string path = o.old ? GetModulePath() + "OLD" + o.name
+                                 : (EnableZeploEmbeded() ? dravix::log::EmbeddedBaseFolder() : GetModulePath()) + o.name;
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw Failure("cannot read log " + path);
+  std::vector<std::string> lines;
+  std::string line;
+  while (std::getline(in, line)) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    lines.push_back(std::move(line));
+  }
+  const size_t from = lines.size() > static_cast<size_t>(o.lines) ? lines.size() - static_cast<size_t>(o.lines) : 0;
+  for (size_t i = from; i < lines.size(); ++i) std::cout << lines[i] << "\n";
+  return kExitOk;
+}
+
+void Register(CLI::App& app) {
+  CLI::App* log = AddCommand(&app, "log", "append to and read the recorder's text logs");
+  CLI::App* write = AddCommand(log, "write", "append TEXT and \"\\r\\n\" to the log file NAME (the general log)", Write);
+  write->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
+  write->add_option("TEXT", Options().text, "the text of the line")->required();
+  write->add_flag("--raw", Options().raw, "append TEXT as given, without a line end");
+  CLI::App* tail = AddCommand(log, "tail", "print the last lines of the log file NAME", Tail);
+  tail->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
+  tail->add_option("-n,--lines", Options().lines, "how many lines (default 10)");
+  tail->add_flag("--old", Options().old, "read the rotated generation (\"OLD\" + NAME)");
+}
+
+const Registration reg{45, Register};
+
+}  // namespace
+}  // namespace dravix::cli
