@@ -10,5 +10,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ZCheckZMFile(files.recording.c_str(), &end);
   FILETIME ft{};
   GetZMFileEndTime(files.recording.c_str(), &ft);
+  files.Remove();
   return 0;
 }

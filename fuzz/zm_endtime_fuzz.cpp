@@ -7,5 +7,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!files.Write(data, size)) return 0;
   FILETIME ft{};
   GetZMFileEndTime(files.recording.c_str(), &ft);
+  files.Remove();
   return 0;
 }

@@ -24,7 +24,9 @@ struct RecordingFiles {
     recording = stem + ".dat";
     index = stem + ".idx";
   }
-  ~RecordingFiles() {
+  ~RecordingFiles() { Remove(); }
+  // Called after each input: libFuzzer may end without running destructors.
+  void Remove() {
     std::remove(recording.c_str());
     std::remove(index.c_str());
   }

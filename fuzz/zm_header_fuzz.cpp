@@ -19,5 +19,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   GetVideoData(path, &st, &length, &codec, &sizeCode);
   FILETIME ft{};
   GetZMFileStartTime(path, &ft);
+  files.Remove();
   return 0;
 }

@@ -27,5 +27,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     __int64 off = 0;
     ZMEtoZME::TimeToFilePos(path, &m, &off);
   }
+  files.Remove();
   return 0;
 }
