@@ -175,7 +175,12 @@ int Show() {
   }
   week.Print(std::cout);
 
-  std::cout << "\nMonth" << (cam.nMode == kScheduleMonthly ? "" : " (used in mode 2)") << "\n";
+  if (cam.nMode != kScheduleMonthly) {
+    std::cout << "\nMonth (used in mode 2): " << cam.month.size() << " dates";
+    if (!cam.month.empty()) std::cout << ", " << Day(cam.month.front().date) << " to " << Day(cam.month.back().date);
+    std::cout << "\n";
+  }
+  if (cam.nMode == kScheduleMonthly) std::cout << "\nMonth\n";
   Table month({"date", "day", "type", "list", "windows"});
   for (const tagDSSCHEDULEMONTH& m : cam.month) {
     const bool known = m.type >= kMonthWork && m.type <= kMonthSpecial;
@@ -183,7 +188,7 @@ int Show() {
                known ? std::to_string(kFirstMonthList + m.type) : "-",
                known ? Windows(s->lists[kFirstMonthList + m.type]) : "-"});
   }
-  month.Print(std::cout);
+  if (cam.nMode == kScheduleMonthly) month.Print(std::cout);
 
   const int l = TodaysList(*s, c, today);
   std::cout << "\nDay: " << kDays[today.wDayOfWeek % 7] << " " << Day(today);
