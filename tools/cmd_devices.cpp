@@ -1,0 +1,98 @@
+// `dravix cards`, `dravix devices` and `dravix migrate`: the capture cards
+// as the simulated card profile describes them, the cameras, ports, chips
+// and audio devices as the channel manager sees them, and the migration of
+// legacy option files into the option document.
+#include "tools/command.h"
+#include "tools/table.h"
+
+#include "dravix/base/zfile.h"
+#include "dravix/live/bt878utl.h"
+#include "dravix/live/simcard.h"
+
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+#include <string>
+
+namespace dravix::cli {
+namespace {
+
+std::string Bits(unsigned bits, int lines) {
+  std::string s;
+  for (int i = 0; i < lines && i < 32; ++i) s += (bits >> i) & 1u ? '1' : '0';
+  return s;
+}
+
+int RunCards() {
+  const std::string path = GetModulePath() + live::kCardProfileName;
+  const live::SimCardProfile p = live::LoadCardProfile(path);
+  live::ZSimCard card(p);
+  int map[live::kPortMapSize];
+  int codes[live::kCameraCodeSize];
+  card.GetChannelMappingB(map, codes);
+  if (Globals().json) {
+    nlohmann::ordered_json out;
+    out["profile"] = p.fromFile ? path : "built-in default";
+    out["model"] = p.model;
+    out["model_number"] = p.modelNumber;
+    out["hardware_version"] = p.hardwareVersion;
+    out["server"] = p.server;
+    out["live_camera_index_base"] = p.liveCameraIndexBase;
+    out["total_channels"] = card.GetTotalChannels();
+    out["io_cards"] = p.ioCards;
+    out["cards"] = nlohmann::json::array();
+    for (int c = 0; c < card.GetCardNumber(); ++c) {
+      const auto& l = p.cards[static_cast<size_t>(c)];
+      out["cards"].push_back({{"card", c},
+                              {"first_chip", card.GetChipIDOfCard(c)},
+                              {"chips", l.chips},
+                              {"chip_inputs", l.chipInputs},
+                              {"channels", card.GetCardChannels(c)},
+                              {"gpios", l.gpios},
+                              {"contact", l.contact},
+                              {"inputs", Bits(l.inputs, l.gpios)},
+                              {"relays", Bits(l.relays, l.gpios)}});
+    }
+    out["ports"] = nlohmann::json::array();
+    for (int port = 0; port < live::kCameraCodeSize; ++port)
+      if (map[port] >= 0) out["ports"].push_back({{"port", port}, {"device", map[port]}, {"code", codes[port]}});
+    std::cout << out.dump(2) << "\n";
+    return kExitOk;
+  }
+  PrintPairs(std::cout, {{"profile", p.fromFile ? path : "built-in default (no " + std::string(live::kCardProfileName) + ")"},
+                         {"model", p.model},
+                         {"model number", std::to_string(p.modelNumber)},
+                         {"hardware version", std::to_string(p.hardwareVersion)},
+                         {"server", p.server ? "yes" : "no"},
+                         {"live camera index base", std::to_string(p.liveCameraIndexBase)},
+                         {"total channels", std::to_string(card.GetTotalChannels())},
+                         {"I/O cards", std::to_string(p.ioCards)}});
+  std::cout << "\n";
+  Table cards({"card", "first chip", "chips", "inputs/chip", "channels", "gpios", "contact", "inputs", "relays"});
+  for (int c = 0; c < card.GetCardNumber(); ++c) {
+    const auto& l = p.cards[static_cast<size_t>(c)];
+    cards.Add({std::to_string(c), std::to_string(card.GetChipIDOfCard(c)), std::to_string(l.chips),
+               std::to_string(l.chipInputs), std::to_string(card.GetCardChannels(c)), std::to_string(l.gpios),
+               std::to_string(l.contact), Bits(l.inputs, l.gpios), Bits(l.relays, l.gpios)});
+  }
+  cards.Print(std::cout);
+  std::cout << "\n";
+  Table ports({"port", "device", "camera code"});
+  for (int port = 0; port < live::kCameraCodeSize; ++port)
+    if (map[port] >= 0) ports.Add({std::to_string(port), std::to_string(map[port]), std::to_string(codes[port])});
+  ports.Print(std::cout);
+  return kExitOk;
+}
+
+void Register(CLI::App& app) {
+  CLI::App* cards = AddCommand(&app, "cards",
+                               "show the simulated capture cards of CardProfile.ini (layout, model, I/O lines, "
+                               "port mapping)",
+                               RunCards);
+  AddJsonFlag(cards);
+}
+
+const Registration reg{60, Register};
+
+}  // namespace
+}  // namespace dravix::cli
