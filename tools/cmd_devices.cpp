@@ -6,6 +6,7 @@
 #include "tools/table.h"
 
 #include "dravix/base/zfile.h"
+#include "dravix/live/avmanager.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
 
@@ -84,7 +85,85 @@ int RunCards() {
   return kExitOk;
 }
 
+std::string& ProgramOption() {
+  static std::string name = "live";
+  return name;
+}
+
+int RunDevices() {
+  live::DeviceEnumerators e;
+  const std::string program = ProgramOption();
+  e.programName = [program] { return program; };
+  live::SetDeviceEnumerators(e);
+  IAVManager* m = IAVManager::Instance();
+  const int count = m->GetVideoCount();
+  const int audio = m->GetAudioCount();
+  const bool live = live::IsLiveProgramName(program);
+  if (Globals().json) {
+    nlohmann::ordered_json out;
+    out["program"] = program;
+    out["live_program"] = live;
+    out["cameras"] = count;
+    out["ports"] = nlohmann::json::array();
+    for (int port = 0; port < count; ++port) {
+      const int device = m->PortMap(port);
+      nlohmann::ordered_json row{{"port", port}, {"device", device}, {"code", m->CameraCode(port)}};
+      if (device >= 0) {
+        row["chip"] = m->Device(device).chip;
+        row["input"] = m->Device(device).input;
+        row["name"] = m->Device(device).name;
+      }
+      out["ports"].push_back(row);
+    }
+    out["chips"] = nlohmann::json::array();
+    for (int d = 0; d < live::kDeviceEntries; ++d)
+      if (m->Device(d).chip >= 0)
+        out["chips"].push_back(
+            {{"device", d}, {"chip", m->Device(d).chip}, {"input", m->Device(d).input}, {"name", m->Device(d).name}});
+    out["audio"] = nlohmann::json::array();
+    for (int i = 0; i < audio; ++i) out["audio"].push_back(m->GetAuioDeviceName(i));
+    std::cout << out.dump(2) << "\n";
+    return kExitOk;
+  }
+  PrintPairs(std::cout, {{"program", program + (live ? " (the live program)" : " (not the live program: 16 ports, no cards asked)")},
+                         {"cameras", std::to_string(count)},
+                         {"audio devices", std::to_string(audio)}});
+  std::cout << "\n";
+  Table ports({"port", "device", "chip", "input", "camera code", "device name"});
+  for (int port = 0; port < count; ++port) {
+    const int device = m->PortMap(port);
+    if (device < 0) {
+      ports.Add({std::to_string(port), "-", "-", "-", std::to_string(m->CameraCode(port)), ""});
+      continue;
+    }
+    const auto& d = m->Device(device);
+    ports.Add({std::to_string(port), std::to_string(device), std::to_string(d.chip), std::to_string(d.input),
+               std::to_string(m->CameraCode(port)), d.name});
+  }
+  if (!ports.empty()) ports.Print(std::cout);
+  Table chips({"device", "chip", "input", "name"});
+  for (int d = 0; d < live::kDeviceEntries; ++d)
+    if (m->Device(d).chip >= 0)
+      chips.Add({std::to_string(d), std::to_string(m->Device(d).chip), std::to_string(m->Device(d).input),
+                 m->Device(d).name});
+  std::cout << "\ncapture chips found: " << (chips.empty() ? "none" : "") << "\n";
+  if (!chips.empty()) chips.Print(std::cout);
+  std::cout << "\naudio capture devices: " << (audio == 0 ? "none" : "") << "\n";
+  for (int i = 0; i < audio; ++i) std::cout << "  " << i << "  " << m->GetAuioDeviceName(i) << "\n";
+  return kExitOk;
+}
+
 void Register(CLI::App& app) {
+  CLI::App* devices = AddCommand(&app, "devices",
+                                 "list the cameras, ports, capture chips and audio devices as the channel manager "
+                                 "sees them (V4L2 and ALSA devices over the simulated cards)",
+                                 RunDevices);
+  devices->add_option("--program", ProgramOption(),
+                      "count as the program of this file name (\"live\" or a name containing \"live.exe\" is the "
+                      "live program)")
+      ->capture_default_str();
+  AddJsonFlag(devices);
+
   CLI::App* cards = AddCommand(&app, "cards",
                                "show the simulated capture cards of CardProfile.ini (layout, model, I/O lines, "
                                "port mapping)",

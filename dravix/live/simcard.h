@@ -79,7 +79,7 @@ SimCardProfile LoadCardProfile(const std::string& path);
 // The shift of a chip with `inputs` inputs in a device number.
 int ChipShift(int inputs);
 
-class ZSimCard final : public ZCardLibrary {
+class ZSimCard : public ZCardLibrary {
  public:
   explicit ZSimCard(SimCardProfile profile);
 
