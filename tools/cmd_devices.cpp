@@ -6,6 +6,8 @@
 #include "tools/table.h"
 
 #include "dravix/base/zfile.h"
+#include "dravix/config/legacy_options.h"
+#include "dravix/config/setting.h"
 #include "dravix/live/avmanager.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
@@ -153,7 +155,45 @@ int RunDevices() {
   return kExitOk;
 }
 
+int RunMigrate() {
+  const config::MigrationReport& r = ISetting::Instance()->MigrationResult();
+  if (Globals().json) {
+    nlohmann::ordered_json out = nlohmann::json::array();
+    for (const auto& f : r.files) {
+      nlohmann::ordered_json row{{"file", f.file}, {"present", f.present}, {"read", f.accepted},
+                                 {"deleted", f.deleted}, {"bytes", f.bytes}};
+      if (f.file == config::kLegacyDVROptionFile && f.present) row["layout"] = config::LegacyLayoutName(f.layout);
+      row["kept_defaults"] = f.keptDefaults;
+      if (!f.note.empty()) row["note"] = f.note;
+      out.push_back(row);
+    }
+    std::cout << out.dump(2) << "\n";
+    return kExitOk;
+  }
+  Table t({"file", "found", "read", "deleted", "layout", "note"});
+  for (const auto& f : r.files) {
+    t.Add({f.file, f.present ? std::to_string(f.bytes) + " bytes" : "no", f.accepted ? "yes" : "no",
+           f.deleted ? "yes" : "no",
+           f.file == config::kLegacyDVROptionFile && f.present ? config::LegacyLayoutName(f.layout) : "",
+           f.note});
+  }
+  t.Print(std::cout);
+  for (const auto& f : r.files) {
+    if (!f.accepted || f.keptDefaults.empty()) continue;
+    std::cout << "\n" << f.file << " had no field for these; they keep their defaults:\n";
+    for (const auto& k : f.keptDefaults) std::cout << "  " << k << "\n";
+  }
+  if (!r.AnyAccepted()) std::cout << "\nnothing migrated; DVROPTION.XML stands as it was\n";
+  return kExitOk;
+}
+
 void Register(CLI::App& app) {
+  CLI::App* migrate = AddCommand(&app, "migrate",
+                                 "migrate the legacy option files (DVROption.zmi, AudioOption.zmi, ...) of the "
+                                 "program folder into DVROPTION.XML, reporting what was read and what kept defaults",
+                                 RunMigrate);
+  AddJsonFlag(migrate);
+
   CLI::App* devices = AddCommand(&app, "devices",
                                  "list the cameras, ports, capture chips and audio devices as the channel manager "
                                  "sees them (V4L2 and ALSA devices over the simulated cards)",
