@@ -7,11 +7,11 @@
 #include <cstdio>
 #include <cstring>
 
-std::unique_ptr<ZIOCardMgr> ZIOCardMgr::sm_inst;
-
+// Never destroyed: other singletons (the settings store) close their cards
+// from their own destructors at process exit, in an order no one controls.
 ZIOCardMgr* ZIOCardMgr::Instance() {
-  if (!sm_inst) sm_inst.reset(new ZIOCardMgr());
-  return sm_inst.get();
+  static ZIOCardMgr* const inst = new ZIOCardMgr();
+  return inst;
 }
 
 int ZIOCardMgr::CardNum() {

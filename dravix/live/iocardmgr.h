@@ -3,6 +3,8 @@
 // number of cards is "IOCards" of "CardProfile.ini" (simcard.h), each with
 // 16 digital inputs, 16 relays and 8 analogue inputs reading 0 V.
 //
+// The instance lives until the process ends (it is never destroyed, so
+// other singletons may close their cards from their destructors).
 // Not thread-safe: the settings store opens and closes the cards from the
 // thread that builds it.
 #pragma once
@@ -65,5 +67,4 @@ class ZIOCardMgr {
   unsigned int dllId_ = 0;
   unsigned int cardDll_[kZIOMaxCards] = {};
   bool open_[kZIOMaxCards] = {};
-  static std::unique_ptr<ZIOCardMgr> sm_inst;
 };
