@@ -10,8 +10,6 @@
 // loaded; the I/O cards opened, the chip type and resolution limit taken,
 // and "AudioDevice.zmi" written when missing.
 //
-// Where a camera has a schedule, the schedule-aware readers take the answer
-// from ZScheduleManager and the stored option is the fallback.
 //
 // Built by the first thread that asks; afterwards read without a lock from
 // several threads. Accessors do not check the camera index (0..15).
@@ -88,31 +86,14 @@ class ISetting {
   int GetCaptureFrameRate(int n);
   int GetViewLoopTime(int view, int layout) const;
   void GetViewCamera(int view, int layout, int out[16]) const;
-  // --- schedule-aware
-  int IsRecord(int n);
-  int IsVisual(int n);
-  int IsManual(int n);
-  int AllowCameraConnection(int n);
-  int IsConnect(int n);
-  int IsSensor(int n, int input);
-  int IsExternal(int n, int output);
-  int GetEventFrom(int n);
-  int IsPTZLoop(int n);
-  int IsChangeSigleView(int n);
-  int IsStopSigleView(int n);
-  int IsLocalFlashText(int n);
-  int GetChangeSigleViewTime(int n);
-  int IsAction(int n, tagDSACTIONOPTION& action);
   // --- writers (memory only)
   void EnableVisualDetection(int n, int on);
   void DectionMotion(int n, int on);
   void SaveImageFilterValue(int n, int i, int value);
   void SetRecordingRate(int n, int rate);
   void SetFrameRate(double rate, int n);
-  // --- forwarded to the schedule manager
-  int PostTimeSchedling(int n);
-  int PostVisualDerection();
-  int EnableBackupSchedule();
+  // Backup scheduling belongs to the player; the recorder has none.
+  int EnableBackupSchedule() { return 0; }
 
   // --- general
   const char* GetSiteName() const;
