@@ -143,7 +143,16 @@ bool SerialPort::SetState(const SerialState& state) {
   t.c_cc[VMIN] = 0;
   t.c_cc[VTIME] = 0;
   if (cfsetispeed(&t, speed) != 0 || cfsetospeed(&t, speed) != 0) return false;
-  return tcsetattr(fd_, TCSANOW, &t) == 0;
+  if (tcsetattr(fd_, TCSANOW, &t) == 0) return true;
+  // A pseudo-terminal has no data size or parity of its own: it keeps eight
+  // bits and no parity whatever is asked, and refuses (EINVAL) a request in
+  // which nothing else would change. The line is set when all the rest took.
+  termios now{};
+  constexpr tcflag_t kFixedByPty = CSIZE | PARENB;
+  return errno == EINVAL && tcgetattr(fd_, &now) == 0 && cfgetospeed(&now) == speed &&
+         cfgetispeed(&now) == speed && (now.c_cflag & ~kFixedByPty) == (t.c_cflag & ~kFixedByPty) &&
+         now.c_iflag == t.c_iflag && now.c_oflag == t.c_oflag && now.c_lflag == t.c_lflag &&
+         now.c_cc[VMIN] == t.c_cc[VMIN] && now.c_cc[VTIME] == t.c_cc[VTIME];
 }
 
 bool SerialPort::SetTimeouts(const SerialTimeouts& timeouts) {
