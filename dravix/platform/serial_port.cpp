@@ -184,30 +184,6 @@ bool SerialPort::Write(const void* data, size_t size, size_t* written) {
   return done == size;
 }
 
-size_t SerialPort::Read(void* data, size_t size) {
-  if (fd_ < 0) return 0;
-  const SerialTimeouts& t = timeouts_;
-  const bool total = t.readTotalConstant != 0 || t.readTotalMultiplier != 0;
-  const auto deadline = Clock::now() + std::chrono::milliseconds(uint64_t{t.readTotalConstant} +
-                                                                 uint64_t{t.readTotalMultiplier} * size);
-  auto* bytes = static_cast<unsigned char*>(data);
-  size_t done = 0;
-  while (done < size) {
-    int wait = total ? MsLeft(deadline) : -1;
-    if (done > 0 && t.readInterval != 0)  // the line went quiet
-      wait = wait < 0 ? static_cast<int>(t.readInterval) : std::min(wait, static_cast<int>(t.readInterval));
-    if (total && wait == 0) break;
-    if (!WaitFd(fd_, POLLIN, wait)) break;
-    const ssize_t n = read(fd_, bytes + done, size - done);
-    if (n > 0) {
-      done += static_cast<size_t>(n);
-    } else if (n == 0 || (errno != EINTR && errno != EAGAIN)) {
-      break;
-    }
-  }
-  return done;
-}
-
 bool SerialPort::Close() {
   if (fd_ < 0) return false;
   const int fd = fd_;

@@ -37,11 +37,9 @@ struct SerialState {
   BYTE stopBits = ONESTOPBIT;
 };
 
-// In milliseconds, as Windows takes them. A read returns what arrived
-// within readTotalConstant (+ readTotalMultiplier per byte asked for) or
-// as soon as the line is quiet for readInterval after the first byte; a
-// write gives up after writeTotalConstant + writeTotalMultiplier per byte
-// (both 0: no limit).
+// In milliseconds, as Windows takes them. A write gives up after
+// writeTotalConstant + writeTotalMultiplier per byte (both 0: no limit).
+// This class offers no reads; the read time-outs are accepted and kept.
 struct SerialTimeouts {
   DWORD readInterval = 0;
   DWORD readTotalMultiplier = 0;
@@ -74,8 +72,6 @@ class SerialPort {
   // Writes within the write time-out; *written gets the bytes accepted.
   // true when all were written.
   bool Write(const void* data, size_t size, size_t* written = nullptr);
-  // Reads up to `size` bytes within the read time-outs; the count read.
-  size_t Read(void* data, size_t size);
   // Closes the port; true when the close succeeded. Later calls fail.
   bool Close();
 

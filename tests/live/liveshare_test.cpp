@@ -163,14 +163,6 @@ TEST_F(Registry, WriteSMLogsEachRecordInUse) {
             "Share memory : nCount: 1\n");
 }
 
-TEST_F(Registry, CopiesShareTheRegion) {
-  ZShareMem copy(*ZShareMem::Instance());
-  copy.Add("\\r\\a.zmf");
-  EXPECT_EQ(ZShareMem::Instance()->HasToken("\\r\\a.zmf"), 1);
-  ZShareMem::Instance()->Delete("\\r\\a.zmf");
-  EXPECT_EQ(copy.HasToken("\\r\\a.zmf"), 0);
-}
-
 TEST_F(Registry, TwoProcessesAddingAtOnceKeepEveryCount) {
   ZShareMem::Instance();  // this process holds the region throughout
   constexpr int kNames = 1500;
