@@ -203,7 +203,8 @@ HRESULT ZCheckZMFile(const char* path, __int64* endZMTime) {
     *endZMTime = SysTimeToZMTime(st);
   }
 
-  if (end - pos > 0 || shortFile) {
+  const bool repaired = end - pos > 0 || shortFile;
+  if (repaired) {
     // A damaged or incomplete tail: the last valid record goes too.
     header.SetDataLength(static_cast<uint32_t>(last - static_cast<int64_t>(dataOffset)));
     header.SetDuration(static_cast<int64_t>(lastTime) * kTicksPerMs);
@@ -217,9 +218,23 @@ HRESULT ZCheckZMFile(const char* path, __int64* endZMTime) {
   File index;
   const std::string indexPath = IndexNameLastDotOrAppend(path);
   if (!index.OpenExclusive(indexPath.c_str())) return S_OK;
-  const int64_t indexSize = index.Size();
+  int64_t indexSize = index.Size();
   if (indexSize < kZMIndexHeaderSize + kZMIndexEntrySize) return S_OK;
   ZMReadWindow entries(index);
+  if (repaired) {
+    // Entries for the dropped tail would send the end-time scan past the new
+    // end of data (it would then report the start as the end): they go. On
+    // an intact file the walk below stops at them without change.
+    for (int64_t at = kZMIndexHeaderSize; at + kZMIndexEntrySize <= indexSize; at += kZMIndexEntrySize) {
+      const uint8_t* p = nullptr;
+      if (entries.Get(static_cast<uint64_t>(at), kZMIndexEntrySize, &p) < kZMIndexEntrySize) break;
+      if (ParseIndexEntry(p).offset >= static_cast<uint64_t>(last)) {
+        index.Truncate(at);
+        indexSize = at;
+        break;
+      }
+    }
+  }
   int64_t baseFrame = 0;
   for (int64_t at = kZMIndexHeaderSize; at + kZMIndexEntrySize <= indexSize; at += kZMIndexEntrySize) {
     const uint8_t* p = nullptr;
