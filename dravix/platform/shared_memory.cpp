@@ -16,6 +16,7 @@
 #include "dravix/platform/shared_memory.h"
 
 #include "dravix/platform/named_mutex.h"
+#include "dravix/platform/ofd_lock.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -30,28 +31,9 @@ namespace {
 constexpr off_t kPresenceByte = 0;
 constexpr off_t kGateByte = 1;
 
-bool OfdLock(int fd, short type, off_t byte, bool wait) {
-  struct flock fl {};
-  fl.l_type = type;
-  fl.l_whence = SEEK_SET;
-  fl.l_start = byte;
-  fl.l_len = 1;
-  for (;;) {
-    if (fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) == 0) return true;
-    if (errno != EINTR) return false;
-  }
-}
-
 // The shm_open name ("/dravix.<namespace>.shm.<name>") and the file it is.
 std::string ObjectPath(const std::string& name) { return IpcObjectPath("shm", name); }
 std::string ShmName(const std::string& path) { return path.substr(path.rfind('/')); }
-
-// The name still leads to the object open on `fd`.
-bool StillNamed(int fd, const std::string& path) {
-  struct stat held, named;
-  return fstat(fd, &held) == 0 && stat(path.c_str(), &named) == 0 && held.st_ino == named.st_ino &&
-         held.st_dev == named.st_dev;
-}
 
 }  // namespace
 
