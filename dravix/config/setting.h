@@ -95,6 +95,47 @@ class ISetting {
   // Backup scheduling belongs to the player; the recorder has none.
   int EnableBackupSchedule() { return 0; }
 
+  // --- per camera: schedule first (setting_schedule.cpp)
+  // A camera "has a schedule setting" when its schedule is enabled and a
+  // task of today holds now; that task then answers. Otherwise the stored
+  // camera options answer.
+  //
+  // The Record switch; with a setting 0 when the task disconnects the
+  // camera, else 1 only when the task records.
+  int IsRecord(int n);
+  // The task's answer with a setting, else the stored switch (IsPTZLoop:
+  // 0 when the schedule is enabled but no task holds now).
+  int IsVisual(int n);
+  int IsManual(int n);
+  int IsPTZLoop(int n);
+  // The Connection switch, or 1 when the task connects the camera.
+  int AllowCameraConnection(int n);
+  // The task's connect flag with a setting, else the Connection switch.
+  int IsConnect(int n);
+  // 1 when the task reports the sensor (relay) trigger; otherwise 1 only
+  // when the camera's Sensor (ToEXTDevice) switch is 1, it uses that input
+  // (output) and the selected input card (output card) has that line set.
+  // The input card counts from index 0, the output card from index 1.
+  int IsSensor(int n, int input);
+  int IsExternal(int n, int output);
+  // 1 visual + 2 sensor + 4 manual; with a setting 0 when the task
+  // disconnects the camera, else the task's mask.
+  int GetEventFrom(int n);
+  // With the schedule enabled, from the action of the task that holds now
+  // (0 when none holds or its action is off); otherwise 0 when the Action
+  // switch is off, else the stored action field.
+  int IsLocalFlashText(int n);
+  int IsChangeSigleView(int n);
+  int IsStopSigleView(int n);
+  int GetChangeSigleViewTime(int n);
+  // The action flag, the action block copied to `action` when it is 1:
+  // the task's with the schedule enabled, else the stored Action switch
+  // and block.
+  int IsAction(int n, tagDSACTIONOPTION& action);
+  // Pass-throughs to the schedule manager.
+  int PostTimeSchedling(int n);
+  int PostVisualDerection();
+
   // --- general
   const char* GetSiteName() const;
   int IsRemoveAccess() const;
