@@ -173,11 +173,24 @@ void UVDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWi
                 vstep);
 }
 
+// Rounds to single precision in a way the optimizer cannot drop. GCC 12
+// vectorizes two neighbouring double-to-float-to-double conversions (the two
+// ratios, stored side by side) and then folds the vector round trip away as
+// if it were lossless, so the ratios kept all 53 bits and shifted weights by
+// up to one unit in the last place of a float; -ffp-contract=off does not
+// prevent it. A volatile float must hold the rounded value, so the rounding
+// happens whatever the pass pipeline does. It runs once per call and once
+// per row.
+double RoundToFloat(double x) {
+  volatile float rounded = static_cast<float>(x);
+  return rounded;
+}
+
 // The number of fractional bits (0..7) of a non-negative ratio, or -1 when
 // it has more.
-int FractionBits(float ratio) {
+int FractionBits(double ratio) {
   for (int bits = 0; bits <= 7; ++bits) {
-    const double scaled = static_cast<double>(ratio) * (1 << bits);
+    const double scaled = ratio * (1 << bits);
     if (scaled == std::floor(scaled)) return bits;
   }
   return -1;
@@ -203,7 +216,7 @@ RowPlace PlaceRow(const ResampleGeometry& g, int j) {
   RowPlace r;
   r.y0 = static_cast<int>(fy);
   r.y1 = std::min(r.y0 + 1, g.srcHeight - 1);
-  r.wy = static_cast<float>(fy - r.y0);
+  r.wy = RoundToFloat(fy - r.y0);
   return r;
 }
 
@@ -313,18 +326,16 @@ void ResampleWith(const RowKernels& k, int srcWidth, int srcHeight, int dstWidth
   g.srcHeight = srcHeight;
   g.dstWidth = dstWidth;
   g.dstHeight = dstHeight;
-  const float hratio = static_cast<float>(static_cast<double>(srcWidth) / dstWidth);
-  const float vratio = static_cast<float>(static_cast<double>(srcHeight) / dstHeight);
-  g.hratio = hratio;
-  g.vratio = vratio;
+  g.hratio = RoundToFloat(static_cast<double>(srcWidth) / dstWidth);
+  g.vratio = RoundToFloat(static_cast<double>(srcHeight) / dstHeight);
   g.src = src;
   g.dst = dst;
   g.srcStride = 3LL * srcWidth;
   g.dstStride = 3LL * dstWidth;
   g.srcEnd = src + g.srcStride * srcHeight;
   g.dstEnd = dst + g.dstStride * dstHeight;
-  const int hbits = FractionBits(hratio);
-  const int vbits = FractionBits(vratio);
+  const int hbits = FractionBits(g.hratio);
+  const int vbits = FractionBits(g.vratio);
   if (hbits == 0 && vbits == 0) return ResamplePoint(k, g);
   if (hbits >= 0 && vbits >= 0 && ResampleDyadic(k, g, hbits, vbits)) return;
   ResampleGeneral(k, g);

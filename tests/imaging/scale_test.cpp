@@ -158,6 +158,33 @@ TEST_P(ScaleOnPath, ResampleOfFlatAndExtremePicturesMatchesFormula) {
   }
 }
 
+// A ramp from 0 makes each output byte trunc(P1 * weight), so it shows the
+// weights directly, checked here against ratios from single-precision
+// division rather than against the yardstick. With the ratio kept in double,
+// columns 3 and 6 of the 17-wide row and most of the first half of the
+// 50-wide row come out one higher; with the vertical weight not rounded to
+// single precision, rows 7, 14, 17 and 25 of the 50-high column do.
+TEST_P(ScaleOnPath, ResampleWeightsComeFromSinglePrecisionRatios) {
+  const std::vector<BYTE> src = {0, 0, 0, 255, 200, 77};  // two pixels, as a row or a column
+  const BYTE* p1 = src.data() + 3;
+  for (int n : {17, 50}) {
+    SCOPED_TRACE(n);
+    const double ratio = 2.0f / static_cast<float>(n);
+    std::vector<BYTE> row(3 * size_t(n));
+    dravix::imaging::ResampleOn(GetParam(), 2, 1, n, 1, src.data(), row.data());
+    std::vector<BYTE> column(3 * size_t(n));
+    dravix::imaging::ResampleOn(GetParam(), 1, 2, 1, n, src.data(), column.data());
+    for (int i = 0; i * ratio < 1.0; ++i) {
+      const double wx = i * ratio;
+      const double wy = ToSingle(i * ratio);
+      for (int c = 0; c < 3; ++c) {
+        ASSERT_EQ(row[3 * i + c], static_cast<int>(p1[c] * wx)) << "column " << i << " channel " << c;
+        ASSERT_EQ(column[3 * i + c], static_cast<int>(p1[c] * wy)) << "row " << i << " channel " << c;
+      }
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Paths, ScaleOnPath,
                          ::testing::Values(ScalePath::kScalar, ScalePath::kAvx512),
                          [](const auto& info) { return std::string(dravix::imaging::ScalePathName(info.param)); });
