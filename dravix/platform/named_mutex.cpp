@@ -48,7 +48,7 @@ std::string IpcObjectPath(const std::string& kind, const std::string& name) {
 struct NamedMutex::State {
   int fd = -1;
   std::string path;
-  std::recursive_timed_mutex local;  // excludes the threads of this process
+  std::recursive_mutex local;  // excludes the threads of this process
   int depth = 0;                     // recursion of the owning thread
 };
 
@@ -89,10 +89,20 @@ NamedMutex::~NamedMutex() {
 DWORD NamedMutex::Lock(DWORD timeoutMs) {
   using Clock = std::chrono::steady_clock;
   const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs == INFINITE ? 0 : timeoutMs);
+  // A timed wait polls with growing pauses (up to 5 ms) rather than using a
+  // timed mutex, whose clock-based lock the thread sanitizer cannot follow.
+  auto pause = std::chrono::microseconds(50);
+  auto waitABit = [&]() {
+    if (Clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(pause);
+    if (pause < std::chrono::milliseconds(5)) pause *= 2;
+    return true;
+  };
   if (timeoutMs == INFINITE) {
     state_->local.lock();
-  } else if (!state_->local.try_lock_until(deadline)) {
-    return WAIT_TIMEOUT;
+  } else {
+    while (!state_->local.try_lock())
+      if (!waitABit()) return WAIT_TIMEOUT;
   }
   if (state_->depth > 0) {  // the owning thread again
     ++state_->depth;
@@ -104,14 +114,11 @@ DWORD NamedMutex::Lock(DWORD timeoutMs) {
       return WAIT_FAILED;
     }
   } else {
-    auto pause = std::chrono::microseconds(50);
     while (!OfdLock(state_->fd, F_WRLCK, kMutexByte, false)) {
-      if (Clock::now() >= deadline) {
+      if (!waitABit()) {
         state_->local.unlock();
         return WAIT_TIMEOUT;
       }
-      std::this_thread::sleep_for(pause);
-      if (pause < std::chrono::milliseconds(5)) pause *= 2;
     }
   }
   state_->depth = 1;

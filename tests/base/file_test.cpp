@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <thread>
@@ -147,6 +148,19 @@ TEST_F(Files, DiskSpaceOfTheProgramFolder) {
   EXPECT_EQ(CheckDisk(tiny.data()), 0);  // no such path, too short to retry
 }
 
+// The second process of the test below: this same test program, started
+// again to run only this case, which holds the named mutex and reports on
+// the descriptor it was given. Disabled, so it never runs on its own.
+TEST(MutexHolder, DISABLED_HoldForParent) {
+  const char* name = std::getenv("DRAVIX_TEST_HOLD_MUTEX");
+  const char* fd = std::getenv("DRAVIX_TEST_READY_FD");
+  if (name == nullptr || fd == nullptr) GTEST_SKIP();
+  auto m = dravix::platform::NamedMutex::Open(name);
+  const char ok = m && m->Lock() == WAIT_OBJECT_0 ? 'y' : 'n';
+  if (write(std::atoi(fd), &ok, 1) != 1) _exit(2);
+  for (;;) pause();
+}
+
 // IsMutexExisting against a second real process.
 TEST_F(Files, MutexSeenWhileAnotherProcessHoldsItAndNotAfterItIsKilled) {
   const char* name = "Live Recorder Instance";
@@ -156,17 +170,19 @@ TEST_F(Files, MutexSeenWhileAnotherProcessHoldsItAndNotAfterItIsKilled) {
   const pid_t child = fork();
   ASSERT_GE(child, 0);
   if (child == 0) {
-    auto m = dravix::platform::NamedMutex::Open(name);
-    if (m) m->Lock();
-    const char ok = m ? 'y' : 'n';
-    if (write(ready[1], &ok, 1) != 1) _exit(2);
-    for (;;) pause();
+    close(ready[0]);
+    setenv("DRAVIX_TEST_HOLD_MUTEX", name, 1);
+    setenv("DRAVIX_TEST_READY_FD", std::to_string(ready[1]).c_str(), 1);
+    execl("/proc/self/exe", "tests_base", "--gtest_filter=MutexHolder.DISABLED_HoldForParent",
+          "--gtest_also_run_disabled_tests", static_cast<char*>(nullptr));
+    _exit(127);
   }
+  close(ready[1]);
   char ok = 0;
   ASSERT_EQ(read(ready[0], &ok, 1), 1);
   ASSERT_EQ(ok, 'y');
   EXPECT_EQ(IsMutexExisting(name), 1);
-  // The child owns the mutex: a timed lock here fails.
+  // The other process owns the mutex: a timed lock here fails.
   auto mine = dravix::platform::NamedMutex::Open(name);
   ASSERT_NE(mine, nullptr);
   EXPECT_EQ(mine->Lock(50), WAIT_TIMEOUT);
@@ -178,7 +194,6 @@ TEST_F(Files, MutexSeenWhileAnotherProcessHoldsItAndNotAfterItIsKilled) {
   mine.reset();
   EXPECT_EQ(IsMutexExisting(name), 0);
   close(ready[0]);
-  close(ready[1]);
 }
 
 TEST_F(Files, NamedMutexExcludesThreadsThroughSeparateHandles) {
