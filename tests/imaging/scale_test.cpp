@@ -191,7 +191,7 @@ TEST_P(ScaleOnPath, ResampleWeightsComeFromSinglePrecisionRatios) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, ScaleOnPath,
-                         ::testing::Values(ScalePath::kScalar, ScalePath::kAvx512),
+                         ::testing::Values(ScalePath::kScalar, ScalePath::kAvx2, ScalePath::kAvx512),
                          [](const auto& info) { return std::string(dravix::imaging::ScalePathName(info.param)); });
 
 TEST(Scale, YDownsampleByTwoTakesEverySecondByteOfEverySecondRow) {
