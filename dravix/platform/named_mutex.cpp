@@ -1,5 +1,7 @@
 #include "dravix/platform/named_mutex.h"
 
+#include "dravix/platform/ofd_lock.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -16,28 +18,6 @@ namespace {
 
 constexpr off_t kPresenceByte = 0;
 constexpr off_t kMutexByte = 1;
-
-bool OfdLock(int fd, short type, off_t byte, bool wait) {
-  struct flock fl {};
-  fl.l_type = type;
-  fl.l_whence = SEEK_SET;
-  fl.l_start = byte;
-  fl.l_len = 1;
-  for (;;) {
-    if (fcntl(fd, wait ? F_OFD_SETLKW : F_OFD_SETLK, &fl) == 0) return true;
-    if (errno != EINTR) return false;
-  }
-}
-
-// Someone else holds a lock of the kind that conflicts with `type`.
-bool OfdTest(int fd, short type, off_t byte) {
-  struct flock fl {};
-  fl.l_type = type;
-  fl.l_whence = SEEK_SET;
-  fl.l_start = byte;
-  fl.l_len = 1;
-  return fcntl(fd, F_OFD_GETLK, &fl) == 0 && fl.l_type != F_UNLCK;
-}
 
 std::string Escape(const std::string& name) {
   static const char* hex = "0123456789abcdef";
@@ -82,9 +62,7 @@ std::unique_ptr<NamedMutex> NamedMutex::Open(const std::string& name) {
     if (fd < 0) return nullptr;
     // The presence lock waits out a closer that is removing the file; if
     // the file we hold is no longer the one the name points to, start over.
-    struct stat held, named;
-    if (OfdLock(fd, F_RDLCK, kPresenceByte, true) && fstat(fd, &held) == 0 &&
-        stat(state->path.c_str(), &named) == 0 && held.st_ino == named.st_ino && held.st_dev == named.st_dev) {
+    if (OfdLock(fd, F_RDLCK, kPresenceByte, true) && StillNamed(fd, state->path)) {
       state->fd = fd;
       return std::unique_ptr<NamedMutex>(new NamedMutex(std::move(state)));
     }
@@ -96,7 +74,7 @@ std::unique_ptr<NamedMutex> NamedMutex::Open(const std::string& name) {
 bool NamedMutex::Exists(const std::string& name) {
   const int fd = open(IpcObjectPath("mutex", name).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
-  const bool held = OfdTest(fd, F_WRLCK, kPresenceByte);
+  const bool held = OfdConflicts(fd, F_WRLCK, kPresenceByte);
   close(fd);
   return held;
 }

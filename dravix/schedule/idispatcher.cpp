@@ -240,6 +240,14 @@ LONG IDispatcher::DeleteAutoResetEvent(UINT id) {
   return 0;
 }
 
+std::vector<IDispatcher::tagDSTIMEEVENT> IDispatcher::GetTimeEvents() {
+  ZAutoLock lock(&m_timeLock);
+  std::vector<tagDSTIMEEVENT> out;
+  out.reserve(m_timeEvents.size());
+  for (const TimeEvent& e : m_timeEvents) out.push_back(tagDSTIMEEVENT{e.id, e.due, e.first, e.second, e.tag, e.done});
+  return out;
+}
+
 size_t IDispatcher::GetTimeEventCount() {
   ZAutoLock lock(&m_timeLock);
   return m_timeEvents.size();

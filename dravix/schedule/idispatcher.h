@@ -148,7 +148,18 @@ class IDispatcher {
   std::vector<tagDSSINGLEVIEWCHANGE> GetEventViewQueue();
 
   // --- Inspection and tests ---------------------------------------------
+  // A time event as posted (GetTimeEvents).
+  struct tagDSTIMEEVENT {
+    UINT id;
+    SYSTEMTIME due;
+    UINT_PTR first;
+    LONG_PTR second;
+    int tag;
+    int done;
+  };
   size_t GetTimeEventCount();  // pending and done-but-not-yet-dropped
+  // A copy of the same events, in posting order.
+  std::vector<tagDSTIMEEVENT> GetTimeEvents();
   size_t GetActionQueueSize();
   size_t GetNetQueueSize();
   // Replaces the queue threads' pause (kQueueInterval) for tests that

@@ -1,0 +1,28 @@
+// A quick look at a recording for listings and tools: its header, its
+// stream count, how many whole records its data area holds and how many
+// entries its index has. Reads only; never fails on damage, it reports it.
+#pragma once
+
+#include "dravix/media/zm_format.h"
+
+#include <string>
+
+namespace dravix::media {
+
+struct ZMFileSummary {
+  ZMFileHeader header;
+  uint32_t streams = 0;
+  // Whole records from the data offset up to the end of the data area.
+  uint64_t records = 0;
+  // False when the walk stopped early: a record running past the data
+  // area or the file, or a head with payload length 0.
+  bool recordsComplete = true;
+  // Entries of the writer-named index ("name.idx"), -1 without one.
+  int64_t indexEntries = -1;
+  std::string indexPath;
+};
+
+// S_OK, or the header reader's code (then only `indexPath` is filled).
+HRESULT SummarizeRecording(const char* path, ZMFileSummary* out);
+
+}  // namespace dravix::media

@@ -1,0 +1,15 @@
+// Check and repair on a fresh copy of each input (the files are rewritten
+// for every input, so repairs never accumulate).
+#include "dravix/media/zm_file.h"
+#include "fuzz/zm_fuzz_files.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static dravix::fuzz::RecordingFiles files;
+  if (!files.Write(data, size)) return 0;
+  __int64 end = 0;
+  ZCheckZMFile(files.recording.c_str(), &end);
+  FILETIME ft{};
+  GetZMFileEndTime(files.recording.c_str(), &ft);
+  files.Remove();
+  return 0;
+}

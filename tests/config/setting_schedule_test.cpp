@@ -1,0 +1,346 @@
+// The settings store's schedule-aware readers: the stored camera options
+// answer until a task of the camera's enabled schedule holds now; then the
+// task does. Also the sensor/relay card tests and the pass-throughs to the
+// dispatcher.
+#include "dravix/config/setting.h"
+#include "dravix/schedule/idispatcher.h"
+#include "tests/config/option_fixture.h"
+#include "tests/schedule/schedule_support.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <memory>
+#include <ostream>
+#include <vector>
+
+namespace dravix::test {
+namespace {
+
+constexpr int kCam = 3;
+
+struct Answers {
+  int record, visual, manual, ptzLoop, allow, connect, eventFrom;
+  bool operator==(const Answers&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& os, const Answers& a) {
+  return os << "{record " << a.record << " visual " << a.visual << " manual " << a.manual << " ptzLoop "
+            << a.ptzLoop << " allow " << a.allow << " connect " << a.connect << " eventFrom " << a.eventFrom << "}";
+}
+
+Answers Read(ISetting* s, int n) {
+  return {s->IsRecord(n),      s->IsVisual(n),  s->IsManual(n),    s->IsPTZLoop(n),
+          s->AllowCameraConnection(n), s->IsConnect(n), s->GetEventFrom(n)};
+}
+
+class SettingScheduleTest : public OptionHome {
+ protected:
+  void SetUp() override {
+    OptionHome::SetUp();
+    clock_.Set(2008, 3, 17, 10, 0, 0);  // a Monday, 10:00
+    s_ = ISetting::Instance();
+    rec_ = std::make_unique<tagDSDVROPTION>();
+    s_->LoadDVROption(*rec_);
+  }
+  tagDSCAMERAOPTION& Stored(int n) { return rec_->dsCamera[n]; }
+  void Store() { s_->SaveDVROption(*rec_); }
+  // The camera's daily list holds `task`; its schedule enabled or not.
+  static void Schedule(int n, LONG enabled, const tagDSWORKTASK& task) {
+    Configure(n, enabled, kScheduleDaily, kFirstDailyList + n, {task});
+  }
+  // A task from 09:00 to 11:00 (holds at 10:00, not at 12:00).
+  static tagDSWORKTASK Morning(BOOL connect, BOOL record) { return Task(TimeOfDay(9, 0), TimeOfDay(11, 0), connect, record); }
+
+  DayClock clock_;
+  ISetting* s_ = nullptr;
+  std::unique_ptr<tagDSDVROPTION> rec_;
+};
+
+TEST_F(SettingScheduleTest, SwitchReadersFollowTheTaskThatHoldsNow) {
+  struct Saved {
+    BOOL record, visual, sensor, manual, ptzLoop, connection;
+  };
+  struct TaskFlags {
+    BOOL connect, record, visual, sensor, manual, ptzLoop;
+  };
+  struct Row {
+    const char* what;
+    Saved stored;
+    TaskFlags task;
+    LONG enabled;
+    int hour;
+    Answers expected;
+  };
+  const Saved a{1, 1, 1, 0, 1, 0};
+  const Saved b{0, 0, 0, 1, 0, 1};
+  const TaskFlags ta{1, 0, 0, 0, 1, 0};
+  const TaskFlags tb{0, 1, 1, 1, 0, 1};
+  const TaskFlags tc{1, 1, 1, 1, 1, 1};
+  const TaskFlags td{1, 2, 0, 0, 0, 0};  // record flag other than 1
+  const Row rows[] = {
+      {"A disabled", a, ta, 0, 10, {1, 1, 0, 1, 0, 0, 3}},
+      {"A enabled field 2 counts as disabled", a, ta, 2, 10, {1, 1, 0, 1, 0, 0, 3}},
+      {"A enabled, no task now", a, ta, 1, 12, {1, 1, 0, 0, 0, 0, 3}},
+      {"A task", a, ta, 1, 10, {0, 0, 1, 0, 1, 1, 4}},
+      {"B disabled", b, tb, 0, 10, {0, 0, 1, 0, 1, 1, 4}},
+      {"B enabled, no task now", b, tb, 1, 12, {0, 0, 1, 0, 1, 1, 4}},
+      {"B task disconnects", b, tb, 1, 10, {0, 1, 0, 1, 1, 0, 0}},
+      {"C task connects and records", b, tc, 1, 10, {1, 1, 1, 1, 1, 1, 7}},
+      {"D task record flag 2", a, td, 1, 10, {0, 0, 0, 0, 1, 1, 0}},
+  };
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.what);
+    tagDSCAMERAOPTION& c = Stored(kCam);
+    c.bRecord = r.stored.record;
+    c.bVisual = r.stored.visual;
+    c.bSensor = r.stored.sensor;
+    c.bManual = r.stored.manual;
+    c.dsPTZ.bLoop = r.stored.ptzLoop;
+    c.bConnection = r.stored.connection;
+    Store();
+    tagDSWORKTASK t = Morning(r.task.connect, r.task.record);
+    t.bVisual = r.task.visual;
+    t.bSensor = r.task.sensor;
+    t.bManual = r.task.manual;
+    t.bPTZLoop = r.task.ptzLoop;
+    Schedule(kCam, r.enabled, t);
+    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    EXPECT_EQ(Read(s_, kCam), r.expected);
+  }
+}
+
+TEST_F(SettingScheduleTest, AnotherCamerasTaskDoesNotAnswer) {
+  // Camera 5's task becomes the manager's current one; camera kCam has no
+  // enabled schedule and must still answer from its stored options.
+  tagDSWORKTASK t = Morning(1, 1);
+  t.bVisual = 1;
+  t.bManual = 1;
+  Schedule(5, 1, t);
+  Stored(kCam).bRecord = 0;
+  Stored(kCam).bVisual = 0;
+  Stored(kCam).bManual = 0;
+  Stored(kCam).bConnection = 0;
+  Stored(kCam).bSensor = 0;
+  Store();
+  EXPECT_EQ(s_->IsRecord(5), 1);
+  EXPECT_EQ(Read(s_, kCam), (Answers{0, 0, 0, 0, 0, 0, 0}));
+}
+
+TEST_F(SettingScheduleTest, SensorAndRelayCardIndexes) {
+  // Input line 2 and output line 2 are used and set on every card.
+  tagDSCAMERAOPTION& c = Stored(kCam);
+  c.bSensor = 1;
+  c.bToEXTDevice = 1;
+  c.dsSensorDevice.nDevice[2] = 1;
+  c.dsEXTDevice.nDevice[2] = 1;
+  for (tagDSDEVICEOPTION& d : rec_->dsDevice) {
+    d.nInput[2] = 1;
+    d.nOutput[2] = 1;
+    d.nInput[4] = 1;  // set but not used by the camera
+    d.nOutput[4] = 1;
+  }
+  struct Row {
+    LONG card;
+    int sensor;    // IsSensor(kCam, 2)
+    int external;  // IsExternal(kCam, 2)
+  };
+  const Row rows[] = {{-1, 0, 0}, {0, 1, 0}, {1, 1, 1}, {3, 1, 1}, {4, 0, 0}};
+  for (const Row& r : rows) {
+    SCOPED_TRACE(r.card);
+    rec_->nSelectedICard = r.card;
+    rec_->nSelectedOCard = r.card;
+    Store();
+    EXPECT_EQ(s_->IsSensor(kCam, 2), r.sensor);
+    EXPECT_EQ(s_->IsExternal(kCam, 2), r.external);
+    EXPECT_EQ(s_->IsSensor(kCam, 4), 0);
+    EXPECT_EQ(s_->IsExternal(kCam, 4), 0);
+    EXPECT_EQ(s_->IsSensor(kCam, 16), 0);
+    EXPECT_EQ(s_->IsExternal(kCam, -1), 0);
+  }
+
+  // The line state on the selected card decides, and each switch gates
+  // its own reader.
+  rec_->nSelectedICard = 1;
+  rec_->nSelectedOCard = 1;
+  rec_->dsDevice[1].nInput[2] = 0;
+  Store();
+  EXPECT_EQ(s_->IsSensor(kCam, 2), 0);
+  EXPECT_EQ(s_->IsExternal(kCam, 2), 1);
+  rec_->dsDevice[1].nInput[2] = 1;
+  rec_->dsDevice[1].nOutput[2] = 0;
+  Store();
+  EXPECT_EQ(s_->IsSensor(kCam, 2), 1);
+  EXPECT_EQ(s_->IsExternal(kCam, 2), 0);
+  rec_->dsDevice[1].nOutput[2] = 1;
+  c.bSensor = 0;
+  Store();
+  EXPECT_EQ(s_->IsSensor(kCam, 2), 0);
+  EXPECT_EQ(s_->IsExternal(kCam, 2), 1);
+  c.bSensor = 1;
+  c.bToEXTDevice = 0;
+  Store();
+  EXPECT_EQ(s_->IsSensor(kCam, 2), 1);
+  EXPECT_EQ(s_->IsExternal(kCam, 2), 0);
+}
+
+TEST_F(SettingScheduleTest, SensorAndRelayFromTheTask) {
+  // Nothing stored would fire; a task that reports the trigger fires every
+  // line, and a task that does not falls back to the stored options.
+  rec_->nSelectedICard = 0;
+  rec_->nSelectedOCard = 0;
+  Store();
+  tagDSWORKTASK t = Morning(1, 1);
+  t.bSensor = 1;
+  t.bExternal = 1;
+  Schedule(kCam, 1, t);
+  EXPECT_EQ(s_->IsSensor(kCam, 7), 1);
+  EXPECT_EQ(s_->IsExternal(kCam, 7), 1);
+  clock_.Set(2008, 3, 17, 12, 0, 0);
+  EXPECT_EQ(s_->IsSensor(kCam, 7), 0);
+  EXPECT_EQ(s_->IsExternal(kCam, 7), 0);
+
+  clock_.Set(2008, 3, 17, 10, 0, 0);
+  t.bSensor = 0;
+  t.bExternal = 0;
+  Schedule(kCam, 1, t);
+  tagDSCAMERAOPTION& c = Stored(kCam);
+  c.bSensor = 1;
+  c.bToEXTDevice = 1;
+  c.dsSensorDevice.nDevice[7] = 1;
+  c.dsEXTDevice.nDevice[7] = 1;
+  rec_->nSelectedOCard = 2;
+  rec_->dsDevice[0].nInput[7] = 1;
+  rec_->dsDevice[2].nOutput[7] = 1;
+  Store();
+  EXPECT_EQ(s_->IsSensor(kCam, 7), 1);
+  EXPECT_EQ(s_->IsExternal(kCam, 7), 1);
+}
+
+// An action block with every byte set from the seed.
+tagDSACTIONOPTION Action(unsigned char seed) {
+  tagDSACTIONOPTION a;
+  auto* p = reinterpret_cast<unsigned char*>(&a);
+  for (size_t i = 0; i < sizeof a; ++i) p[i] = static_cast<unsigned char>(seed + i * 7);
+  return a;
+}
+
+bool SameBytes(const tagDSACTIONOPTION& x, const tagDSACTIONOPTION& y) { return std::memcmp(&x, &y, sizeof x) == 0; }
+
+TEST_F(SettingScheduleTest, IsActionCopiesTheBlockThatApplies) {
+  const tagDSACTIONOPTION stored = Action(1);
+  const tagDSACTIONOPTION task = Action(2);
+  const tagDSACTIONOPTION untouched = Action(3);
+  Stored(kCam).dsAction = stored;
+
+  // No schedule: the Action switch, the block copied only when it is 1.
+  for (const BOOL on : {0, 1, 2}) {
+    SCOPED_TRACE(on);
+    Stored(kCam).bAction = on;
+    Store();
+    tagDSACTIONOPTION out = untouched;
+    EXPECT_EQ(s_->IsAction(kCam, out), on);
+    EXPECT_TRUE(SameBytes(out, on == 1 ? stored : untouched));
+  }
+
+  // An enabled schedule: the task's flag and block, whatever is stored.
+  Stored(kCam).bAction = 1;
+  Store();
+  tagDSWORKTASK t = Morning(1, 1);
+  t.nActionFlag = 1;
+  t.dsAction = task;
+  Schedule(kCam, 1, t);
+  tagDSACTIONOPTION out = untouched;
+  EXPECT_EQ(s_->IsAction(kCam, out), 1);
+  EXPECT_TRUE(SameBytes(out, task));
+
+  t.nActionFlag = 0;
+  Schedule(kCam, 1, t);
+  out = untouched;
+  EXPECT_EQ(s_->IsAction(kCam, out), 0);
+  EXPECT_TRUE(SameBytes(out, untouched));
+
+  // Enabled but no task holds now: no action.
+  t.nActionFlag = 1;
+  Schedule(kCam, 1, t);
+  clock_.Set(2008, 3, 17, 12, 0, 0);
+  out = untouched;
+  EXPECT_EQ(s_->IsAction(kCam, out), 0);
+  EXPECT_TRUE(SameBytes(out, untouched));
+}
+
+TEST_F(SettingScheduleTest, FlashAndSingleViewReaders) {
+  struct Flash {
+    int flash, single, stop, delay;
+    bool operator==(const Flash&) const = default;
+  };
+  const auto read = [&] {
+    return Flash{s_->IsLocalFlashText(kCam), s_->IsChangeSigleView(kCam), s_->IsStopSigleView(kCam),
+                 s_->GetChangeSigleViewTime(kCam)};
+  };
+  tagDSCAMERAOPTION& c = Stored(kCam);
+  c.dsAction.bFlash = 1;
+  c.dsAction.bSingleView = 0;
+  c.dsAction.nDelaySec = 7;
+  c.bAction = 1;
+  Store();
+  EXPECT_TRUE(read() == (Flash{1, 0, 0, 7}));
+  c.dsAction.bSingleView = 1;
+  Store();
+  EXPECT_TRUE(read() == (Flash{1, 1, 1, 7}));
+  c.bAction = 0;
+  Store();
+  EXPECT_TRUE(read() == (Flash{0, 0, 0, 0}));
+
+  // The task's action answers once the schedule is enabled.
+  c.bAction = 1;
+  Store();
+  tagDSWORKTASK t = Morning(1, 1);
+  t.nActionFlag = 1;
+  t.dsAction.bFlash = 0;
+  t.dsAction.bSingleView = 1;
+  t.dsAction.nDelaySec = 9;
+  Schedule(kCam, 0, t);
+  EXPECT_TRUE(read() == (Flash{1, 1, 1, 7})) << "disabled: stored";
+  Schedule(kCam, 1, t);
+  EXPECT_TRUE(read() == (Flash{0, 1, 1, 9}));
+  t.nActionFlag = 0;
+  Schedule(kCam, 1, t);
+  EXPECT_TRUE(read() == (Flash{0, 0, 0, 0}));
+  t.nActionFlag = 1;
+  Schedule(kCam, 1, t);
+  clock_.Set(2008, 3, 17, 12, 0, 0);
+  EXPECT_TRUE(read() == (Flash{0, 0, 0, 0})) << "no task now";
+}
+
+TEST_F(SettingScheduleTest, PostingReachesTheDispatcher) {
+  IDispatcher* d = IDispatcher::Instance();
+  // A disabled camera posts nothing.
+  Schedule(kCam, 0, Task(TimeOfDay(12, 0), TimeOfDay(13, 0)));
+  EXPECT_EQ(s_->PostTimeSchedling(kCam), 0);
+  EXPECT_TRUE(d->GetTimeEvents().empty());
+
+  Schedule(kCam, 1, Task(TimeOfDay(12, 0), TimeOfDay(13, 0)));
+  EXPECT_EQ(s_->PostTimeSchedling(kCam), 1);
+  const std::vector<IDispatcher::tagDSTIMEEVENT> events = d->GetTimeEvents();
+  ASSERT_FALSE(events.empty());
+  bool atStart = false;
+  for (const auto& e : events) {
+    EXPECT_EQ(e.tag, kCam + kScheduleTagBase);
+    EXPECT_EQ(e.first, static_cast<UINT_PTR>(kCam));
+    if (e.due.wHour == 12 && e.due.wMinute == 0 && e.due.wDay == 17) atStart = true;
+  }
+  EXPECT_TRUE(atStart);
+  ASSERT_EQ(ZScheduleManager::Instance()->GetPostedList(kCam).size(), 1u);
+
+  const size_t before = events.size();
+  EXPECT_EQ(s_->PostVisualDerection(), 1);
+  const std::vector<IDispatcher::tagDSTIMEEVENT> after = d->GetTimeEvents();
+  ASSERT_EQ(after.size(), before + 1);
+  EXPECT_EQ(after.back().id, 13u);
+  EXPECT_EQ(after.back().due.wHour, 10);
+  EXPECT_EQ(after.back().due.wDay, 17);
+}
+
+}  // namespace
+}  // namespace dravix::test

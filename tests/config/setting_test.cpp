@@ -1,0 +1,174 @@
+// The settings store's own rules: the frame-rate clamp by recorder model,
+// derived readers, and the values kept in INI files.
+#include "dravix/base/zfile.h"
+#include "dravix/config/setting.h"
+#include "dravix/live/bt878utl.h"
+#include "dravix/live/simcard.h"
+#include "tests/config/option_fixture.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace dravix::test {
+namespace {
+
+using SettingTest = OptionHome;
+
+TEST_F(SettingTest, FrameRateClampByModel) {
+  struct Row {
+    int model;
+    int pal;   // limit, 0 = none
+    int ntsc;
+  };
+  const Row table[] = {{0, 0, 0}, {20, 6, 8}, {21, 12, 15}, {22, 6, 8}, {23, 12, 15}, {24, 0, 0}};
+  ISetting* s = ISetting::Instance();
+  tagDSDVROPTION rec;
+  s->LoadDVROption(rec);
+  rec.dsCamera[0].bNTSC = 0;
+  rec.dsCamera[0].bPAL = 1;
+  rec.dsCamera[1].bNTSC = 1;
+  rec.dsCamera[1].bPAL = 0;
+  for (const Row& r : table) {
+    live::SimCardProfile p;
+    p.modelNumber = r.model;
+    live::ZSimCard card(p);
+    IBt878Utl::AttachCardLibrary(&card);
+    rec.dsCamera[0].dsRecord.nFrameRate = 25;
+    rec.dsCamera[1].dsRecord.nFrameRate = 30;
+    s->SaveDVROption(rec);
+    EXPECT_EQ(s->GetCaptureFrameRate(0), r.pal ? r.pal : 25) << r.model;
+    EXPECT_EQ(s->GetCaptureFrameRate(1), r.ntsc ? r.ntsc : 30) << r.model;
+    tagDSCAMERAOPTION cam;
+    s->GetCameraInfo(cam, 0);
+    EXPECT_EQ(cam.dsRecord.nFrameRate, r.pal ? r.pal : 25) << "kept";
+    s->SetRecordingRate(1, 60);
+    s->GetCameraInfo(cam, 1);
+    EXPECT_EQ(cam.dsRecord.nFrameRate, r.ntsc ? r.ntsc : 60) << r.model;
+    s->SetRecordingRate(1, 2);
+    s->GetCameraInfo(cam, 1);
+    EXPECT_EQ(cam.dsRecord.nFrameRate, 2);
+    IBt878Utl::AttachCardLibrary(nullptr);
+  }
+}
+
+TEST_F(SettingTest, DerivedReadersAndBounds) {
+  ISetting* s = ISetting::Instance();
+  tagDSDVROPTION rec;
+  s->LoadDVROption(rec);
+  rec.dsCamera[2].dsRecord.bZMedia = 1;
+  rec.dsCamera[2].dsRecord.bMJPEG = 1;
+  rec.dsCamera[3].dsRecord.bZMedia = 0;
+  rec.dsCamera[3].dsRecord.bMJPEG = 1;
+  rec.dsCamera[4].dsRecord.bZMedia = 2;  // only exactly 1 counts
+  rec.dsCamera[4].dsRecord.bMJPEG = 0;
+  rec.dsGeneral.nCOMPort[3] = 9;
+  rec.dsView[2].nCamera[5][7] = 11;
+  rec.dsView[2].nLookTime[5] = 33;
+  s->SaveDVROption(rec);
+  EXPECT_EQ(s->GetCompressor(2), 1);
+  EXPECT_EQ(s->GetCompressor(3), 2);
+  EXPECT_EQ(s->GetCompressor(4), 0);
+  EXPECT_EQ(s->GetModemPort(3), 9);
+  EXPECT_EQ(s->GetModemPort(4), 0);
+  EXPECT_EQ(s->GetModemPort(-1), 0);
+  s->SaveImageFilterValue(0, 6, 44);
+  s->SaveImageFilterValue(0, 7, 55);
+  EXPECT_EQ(s->GetImageFilterValue(0, 6), 44);
+  EXPECT_EQ(s->GetImageFilterValue(0, 7), 0);
+  int cams[16];
+  s->GetViewCamera(2, 5, cams);
+  EXPECT_EQ(cams[7], 11);
+  EXPECT_EQ(s->GetViewLoopTime(2, 5), 33);
+  float ratio = 0;
+  s->UpdateRecycleDay(0.25f);
+  s->IsKeepRecycle(ratio);
+  EXPECT_FLOAT_EQ(ratio, 0.25f);
+  int port = 0;
+  s->GetNATWebPort(port);
+  EXPECT_EQ(port, s->GetWebPort());
+  s->SetUser("op", "secret");
+  const tagDSADDUSER u = s->GetUser();
+  EXPECT_STREQ(u.szName, "op");
+  EXPECT_STREQ(u.szPasswords, "secret");
+  EXPECT_STREQ(u.szDescriptin, "");
+  // Saved records reach the document.
+  EXPECT_EQ(LoadFresh()->dsDVROption.dsView[2].nLookTime[5], 33);
+}
+
+TEST_F(SettingTest, IniBackedValues) {
+  ISetting* s = ISetting::Instance();
+  const RECT def = s->GetWndPos(111);
+  EXPECT_EQ(def.right, 100);
+  s->SaveWndPos(118, RECT{1, 2, 300, 400});
+  EXPECT_NE(ReadFile(Path("WndPos.ini")).find("C2_V08_POS=1 2 300 400"), std::string::npos);
+  EXPECT_EQ(s->GetWndPos(118).bottom, 400);
+  s->SaveWndPos(119, RECT{1, 2, 3, 4});
+  EXPECT_EQ(ReadFile(Path("WndPos.ini")).find("1 2 3 4"), std::string::npos);
+
+  SYSTEMTIME t = s->LoadClearEventTime();
+  EXPECT_EQ(t.wYear, 2002);
+  EXPECT_EQ(t.wMonth, 6);
+  EXPECT_EQ(t.wDay, 6);
+  EXPECT_EQ(t.wHour, 14);
+  EXPECT_EQ(t.wMinute, 36);
+  EXPECT_EQ(t.wSecond, 39);
+  EXPECT_EQ(s->GetRecycleTime(), 5);
+  WriteFile("LiveVar.ini", "[Clear Event Time]\r\nTime=2011/12/03   04:05:06\r\n[RECYCLETIME]\r\nTIME=9\r\n");
+  t = s->LoadClearEventTime();
+  EXPECT_EQ(t.wYear, 2011);
+  EXPECT_EQ(t.wSecond, 6);
+  EXPECT_EQ(s->GetRecycleTime(), 9);
+  s->SaveClearEventTime();
+  const std::string saved = ReadFile(Path("LiveVar.ini"));
+  const size_t at = saved.find("Time=");
+  ASSERT_NE(at, std::string::npos);
+  EXPECT_EQ(saved.substr(at + 5 + 10, 3), "   ");
+
+  int cd = 0, msg = 9, reboot = 0;
+  s->GetCapRecoverSetting(cd, msg, reboot);
+  EXPECT_EQ(cd, 30);
+  EXPECT_EQ(msg, 0);
+  EXPECT_EQ(reboot, 1);
+
+  char buf[260];
+  s->GetTemporaryDirectory(buf, sizeof buf);
+  EXPECT_EQ(buf[std::strlen(buf) - 1], '/');
+  const std::string box = Path("spool/");
+  s->PutMailBoxDirectory(box.c_str());
+  EXPECT_TRUE(std::filesystem::is_directory(box));
+  EXPECT_TRUE(std::filesystem::is_directory(box + "MailBox"));
+  s->GetMailBoxDirectory(buf, 8);
+  EXPECT_EQ(std::string(buf), box.substr(0, 7));
+}
+
+TEST_F(SettingTest, StartUpOpensIOCardsAndWritesTheAudioDeviceList) {
+  WriteFile(live::kCardProfileName, "[Cards]\nIOCards=3\n[Card0]\nChipInputs=8\n");
+  ISetting* s = ISetting::Instance();
+  EXPECT_EQ(s->GetChipType(), 8);
+  EXPECT_EQ(s->GetVideoChannels(), 16);  // not the live program
+  const std::string list = ReadFile(Path(config::kAudioDeviceFile));
+  ASSERT_GE(list.size(), 4u);
+  EXPECT_EQ(list.size(), 4u + 80u * static_cast<unsigned char>(list[0]));
+  EXPECT_EQ(s->CreateAudDviceZMI(), 0);  // present: left alone
+  s->DeviceClose();
+  EXPECT_EQ(s->DeviceInit(), 3);
+}
+
+TEST_F(SettingTest, ReadDVROptionFromFileNeedsTheWholeRecord) {
+  ISetting* s = ISetting::Instance();
+  auto rec = std::make_unique<tagDSDVROPTION>();
+  s->LoadDVROption(*rec);
+  std::snprintf(rec->dsGeneral.szSiteName, 32, "From file");
+  std::string bytes(reinterpret_cast<const char*>(rec.get()), sizeof *rec);
+  WriteFile("whole.bin", bytes);
+  WriteFile("short.bin", bytes.substr(0, 1000));
+  EXPECT_EQ(s->ReadDVROptionFromFile(Path("short.bin").c_str()), 0);
+  EXPECT_EQ(s->ReadDVROptionFromFile(Path("none.bin").c_str()), 0);
+  EXPECT_STRNE(s->GetSiteName(), "From file");
+  EXPECT_EQ(s->ReadDVROptionFromFile(Path("whole.bin").c_str()), 1);
+  EXPECT_STREQ(s->GetSiteName(), "From file");
+}
+
+}  // namespace
+}  // namespace dravix::test

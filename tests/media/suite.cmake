@@ -1,0 +1,1 @@
+dravix_test_suite(media)

@@ -1,0 +1,4 @@
+dravix_test_suite(users)
+if(TARGET lang_databases)
+  add_dependencies(tests_users lang_databases)
+endif()

@@ -1,0 +1,232 @@
+// `dravix users`: the operator accounts of "User.zmi" (list, add, modify,
+// delete) and the log-in check. Passwords are read from the terminal
+// without echo, or from standard input with --password-stdin, never from
+// the command line; they are stored as their digest string.
+#include "dravix/base/zfile.h"
+#include "dravix/config/lang_ids.h"
+#include "dravix/platform/secret_input.h"
+#include "dravix/users/iaccountmgr.h"
+#include "dravix/users/password_digest.h"
+#include "tools/command.h"
+#include "tools/table.h"
+
+#include <nlohmann/json.hpp>
+
+#include <iostream>
+#include <string>
+
+namespace dravix::cli {
+namespace {
+
+struct Options {
+  std::string name;
+  std::string privilege;
+  std::string description;
+  bool passwordStdin = false;
+  bool newPassword = false;
+  bool descriptionSet = false;
+};
+
+Options& Opts() {
+  static Options o;
+  return o;
+}
+
+// The manager, after making sure a missing file can get its default
+// account (its name comes from the language database).
+IAccountMgr* Accounts() {
+  const std::string file = GetModulePath() + users::kUserFileName;
+  if (!FileExists(file.c_str()) && users::AccountString(lang::kDefaultUserName).empty())
+    throw Failure("no " + file + " yet, and no language database in " + GetModulePath() +
+                  " to name the default account: run `dravix lang install --home " + GetModulePath() + "` first");
+  return IAccountMgr::Instance();
+}
+
+std::string PrivilegeName(UINT level) { return users::AccountString(lang::kPrivilegeNameBase + level); }
+
+// A level given as a digit or a display name; stored as the digit.
+std::string ParsePrivilege(const std::string& text) {
+  for (UINT i = 0; i < static_cast<UINT>(lang::kPrivilegeLevelCount); ++i) {
+    const std::string name = PrivilegeName(i);
+    if (text == std::to_string(i) || (!name.empty() && users::EqualNoCase(text, name))) return std::to_string(i);
+  }
+  throw UsageError("unknown privilege \"" + text + "\": give 0 (highest) to 3, or a level's name");
+}
+
+// Reads a password: one line of standard input with --password-stdin,
+// else from the terminal without echo (twice when `confirm`).
+std::string ReadPassword(const std::string& prompt, bool confirm) {
+  std::string pw;
+  if (Opts().passwordStdin) {
+    if (!std::getline(std::cin, pw)) throw Failure("no password on standard input");
+    if (!pw.empty() && pw.back() == '\r') pw.pop_back();
+    return pw;
+  }
+  if (!platform::StdinIsTerminal())
+    throw UsageError("standard input is not a terminal: pass the password there with --password-stdin");
+  if (!platform::ReadSecretLine((prompt + ": ").c_str(), &pw)) throw Failure("no password was entered");
+  if (confirm) {
+    std::string again;
+    if (!platform::ReadSecretLine("Again: ", &again) || again != pw) throw Failure("the two passwords differ");
+  }
+  return pw;
+}
+
+// What the file keeps for a new password: its digest string, so the file
+// holds no password in plain text.
+std::string StoredPassword(const std::string& pw) {
+  if (pw.empty()) return pw;
+  if (pw.size() > 16) throw UsageError("a password has at most 16 characters");
+  const std::string digest = users::PasswordDigest(pw);
+  if (digest.empty()) throw Failure("this password cannot be stored as a digest; choose another");
+  return digest;
+}
+
+tagDSADDUSER Find(IAccountMgr* m, CUserArray& list, LONG* index) {
+  tagDSADDUSER key{};
+  users::SetField(key.szName, Opts().name);
+  *index = m->SearchUser(key, list);
+  if (*index < 0) throw Failure("no account named \"" + Opts().name + "\" in " + GetModulePath() + users::kUserFileName);
+  return list[static_cast<size_t>(*index)];
+}
+
+void CheckName(const std::string& name) {
+  if (name.empty()) throw UsageError("an account needs a name");
+  if (name.size() > 31) throw UsageError("a name has at most 31 bytes");
+}
+
+nlohmann::ordered_json JsonText(std::string_view text) {
+  std::string safe(text);
+  nlohmann::ordered_json j = safe;
+  try {
+    (void)j.dump();
+  } catch (const nlohmann::json::exception&) {
+    for (char& c : safe)
+      if (static_cast<unsigned char>(c) >= 0x80) c = '?';
+    j = safe;
+  }
+  return j;
+}
+
+int List() {
+  CUserArray list;
+  Accounts()->Load(list);
+  if (Globals().json) {
+    auto out = nlohmann::ordered_json::array();
+    for (const tagDSADDUSER& u : list) {
+      const UINT level = users::PrivilegeLevel(users::FieldText(u.szPrivilegeLeve));
+      out.push_back({{"name", JsonText(users::FieldText(u.szName))},
+                     {"privilege", level},
+                     {"privilegeName", JsonText(PrivilegeName(level))},
+                     {"password", users::FieldText(u.szPasswords).empty() ? "empty" : "set"},
+                     {"description", JsonText(users::FieldText(u.szDescriptin))}});
+    }
+    std::cout << out.dump(2) << "\n";
+    return kExitOk;
+  }
+  Table t({"#", "name", "privilege", "password", "description"});
+  for (size_t i = 0; i < list.size(); ++i) {
+    const tagDSADDUSER& u = list[i];
+    const UINT level = users::PrivilegeLevel(users::FieldText(u.szPrivilegeLeve));
+    t.Add({std::to_string(i), std::string(users::FieldText(u.szName)), std::to_string(level) + " " + PrivilegeName(level),
+           users::FieldText(u.szPasswords).empty() ? "empty" : "set", std::string(users::FieldText(u.szDescriptin))});
+  }
+  t.Print(std::cout);
+  return kExitOk;
+}
+
+int Add() {
+  const Options& o = Opts();
+  CheckName(o.name);
+  IAccountMgr* m = Accounts();
+  tagDSADDUSER u{};
+  users::SetField(u.szName, o.name);
+  users::SetField(u.szPrivilegeLeve, ParsePrivilege(o.privilege.empty() ? "3" : o.privilege));
+  users::SetField(u.szDescriptin, o.description);
+  CUserArray list;
+  m->Load(list);
+  if (m->SearchUser(u, list) >= 0) throw Failure("an account named \"" + o.name + "\" exists already (names ignore case)");
+  users::SetField(u.szPasswords, StoredPassword(ReadPassword("Password for " + o.name, true)));
+  m->Add(u, list);
+  m->Save(list);
+  std::cout << "added " << o.name << " (privilege " << users::FieldText(u.szPrivilegeLeve) << ")\n";
+  return kExitOk;
+}
+
+int Modify() {
+  const Options& o = Opts();
+  if (o.privilege.empty() && !o.descriptionSet && !o.newPassword && !o.passwordStdin)
+    throw UsageError("nothing to change: give --privilege, --description or --password");
+  IAccountMgr* m = Accounts();
+  CUserArray list;
+  m->Load(list);
+  LONG index = 0;
+  tagDSADDUSER u = Find(m, list, &index);
+  if (!o.privilege.empty()) users::SetField(u.szPrivilegeLeve, ParsePrivilege(o.privilege));
+  if (o.descriptionSet) users::SetField(u.szDescriptin, o.description);
+  if (o.newPassword || o.passwordStdin)
+    users::SetField(u.szPasswords, StoredPassword(ReadPassword("New password for " + o.name, true)));
+  m->Modify(u, list, index);
+  m->Save(list);
+  std::cout << "modified " << users::FieldText(u.szName) << "\n";
+  return kExitOk;
+}
+
+int Delete() {
+  IAccountMgr* m = Accounts();
+  CUserArray list;
+  m->Load(list);
+  LONG index = 0;
+  const tagDSADDUSER u = Find(m, list, &index);
+  if (!m->Delete(u, list)) throw Failure("\"" + Opts().name + "\" is the default account, which cannot be deleted");
+  m->Save(list);
+  std::cout << "deleted " << users::FieldText(u.szName) << "\n";
+  return kExitOk;
+}
+
+int Check() {
+  IAccountMgr* m = Accounts();
+  const std::string pw = ReadPassword("Password for " + Opts().name, false);
+  UINT level = 0;
+  if (!m->CheckUserIsExist(Opts().name.c_str(), pw.c_str(), level)) {
+    std::cerr << "log-in refused for \"" << Opts().name << "\"\n";
+    return kExitFailure;
+  }
+  std::cout << Opts().name << ": log-in accepted, privilege " << level << " (" << PrivilegeName(level) << ")\n";
+  return kExitOk;
+}
+
+void Register(CLI::App& app) {
+  Options& o = Opts();
+  CLI::App* users = AddCommand(&app, "users", "operator accounts (\"User.zmi\") and the log-in check");
+  users->require_subcommand(1);
+  CLI::App* list = AddCommand(users, "list", "list the accounts", List);
+  AddJsonFlag(list);
+
+  CLI::App* add = AddCommand(users, "add", "add an account; the password is asked for", Add);
+  add->add_option("NAME", o.name, "user name")->required();
+  add->add_option("-p,--privilege", o.privilege, "0 (highest) to 3, or a level's name (default 3)");
+  add->add_option("-d,--description", o.description, "description");
+  add->add_flag("--password-stdin", o.passwordStdin, "read the password from standard input (one line)");
+
+  CLI::App* modify = AddCommand(users, "modify", "change an account's privilege, description or password", Modify);
+  modify->add_option("NAME", o.name, "user name (any letter case)")->required();
+  modify->add_option("-p,--privilege", o.privilege, "0 (highest) to 3, or a level's name");
+  modify->add_option("-d,--description", o.description, "description")->each([&o](const std::string&) {
+    o.descriptionSet = true;
+  });
+  modify->add_flag("--password", o.newPassword, "set a new password (asked for)");
+  modify->add_flag("--password-stdin", o.passwordStdin, "set a new password read from standard input");
+
+  CLI::App* del = AddCommand(users, "delete", "delete an account (never the default one)", Delete);
+  del->add_option("NAME", o.name, "user name (any letter case)")->required();
+
+  CLI::App* check = AddCommand(users, "check", "check a log-in; prints the privilege level", Check);
+  check->add_option("NAME", o.name, "user name (exact letter case)")->required();
+  check->add_flag("--password-stdin", o.passwordStdin, "read the password from standard input (one line)");
+}
+
+const Registration reg{50, Register};
+
+}  // namespace
+}  // namespace dravix::cli
