@@ -5,14 +5,18 @@
 //   UV/<size>/...                     UV_downsample on the half-size plane of
 //                                     a <size> picture, same baselines on
 //                                     that plane
+//   Y|UV/<size>/avx2                  the same on the AVX2 path, when the
+//                                     best path is another one
 //   RGB/<size>/dravix|libyuv|swscale  Resample vs libyuv RGBScale
 //                                     (kFilterBilinear) vs swscale
 //                                     SWS_BILINEAR on RGB24
 //
 // bytes_per_second counts the source picture's bytes. Each case runs five
 // times; after the runs a table gives each baseline's fastest CPU time divided
-// by ours (above 1: we are faster).
+// by ours (above 1: we are faster); the last column holds libyuv against the
+// AVX2 path.
 #include "dravix/imaging/scale.h"
+#include "dravix/imaging/scale_paths.h"
 
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
@@ -84,6 +88,20 @@ void RunDravix(benchmark::State& state, Kind kind, Size4 s) {
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(src.size));
 }
 
+// The plane functions on the AVX2 path, as on a CPU without AVX-512.
+void RunDravixAvx2(benchmark::State& state, Kind kind, Size4 s) {
+  using dravix::imaging::ScalePath;
+  const Planes p = PlanesOf(kind, s);
+  Buffer src(size_t(p.sw) * p.sh * p.bpp), dst(size_t(p.dw) * p.dh * p.bpp);
+  for (auto _ : state) {
+    if (kind == Kind::kY) dravix::imaging::YDownsampleOn(ScalePath::kAvx2, src.data, dst.data, s.sw, s.sh, s.dw, s.dh);
+    if (kind == Kind::kUV) dravix::imaging::UVDownsampleOn(ScalePath::kAvx2, src.data, dst.data, s.sw, s.sh, s.dw, s.dh);
+    benchmark::DoNotOptimize(dst.data);
+    benchmark::ClobberMemory();
+  }
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(src.size));
+}
+
 void RunLibyuv(benchmark::State& state, Kind kind, Size4 s) {
   const Planes p = PlanesOf(kind, s);
   Buffer src(size_t(p.sw) * p.sh * p.bpp), dst(size_t(p.dw) * p.dh * p.bpp);
@@ -141,13 +159,16 @@ class RatioReporter : public benchmark::ConsoleReporter {
   }
   void Finalize() override {
     ConsoleReporter::Finalize();
-    std::printf("\n%-28s %12s %12s %12s\n", "case", "dravix", "libyuv/ours", "swscale/ours");
+    std::printf("\n%-28s %12s %12s %12s %12s\n", "case", "dravix", "libyuv/ours", "swscale/ours",
+                "libyuv/avx2");
     for (const std::string& cas : order_) {
       auto& t = times_[cas];
-      const double ours = t.count("dravix") ? t["dravix"] : 0;
-      auto ratio = [&](const char* impl) { return ours > 0 && t.count(impl) ? t[impl] / ours : 0.0; };
-      std::printf("%-28s %10.1fus %11.2fx %11.2fx\n", cas.c_str(), ours, ratio("libyuv"),
-                  ratio("swscale"));
+      auto ratio = [&](const char* base, const char* ours) {
+        return t.count(ours) && t[ours] > 0 && t.count(base) ? t[base] / t[ours] : 0.0;
+      };
+      std::printf("%-28s %10.1fus %11.2fx %11.2fx %11.2fx\n", cas.c_str(),
+                  t.count("dravix") ? t["dravix"] : 0.0, ratio("libyuv", "dravix"),
+                  ratio("swscale", "dravix"), ratio("libyuv", "avx2"));
     }
   }
 
@@ -168,6 +189,10 @@ void Tune(benchmark::internal::Benchmark* b) {
 void Register(Kind kind, const char* prefix, const Size4& s) {
   const std::string base = std::string(prefix) + "/" + s.Name() + "/";
   Tune(benchmark::RegisterBenchmark((base + "dravix").c_str(), RunDravix, kind, s));
+  if (kind != Kind::kRGB && dravix::imaging::ScalePathAvailable(dravix::imaging::ScalePath::kAvx2) &&
+      dravix::imaging::BestScalePath() != dravix::imaging::ScalePath::kAvx2) {
+    Tune(benchmark::RegisterBenchmark((base + "avx2").c_str(), RunDravixAvx2, kind, s));
+  }
   Tune(benchmark::RegisterBenchmark((base + "libyuv").c_str(), RunLibyuv, kind, s));
   Tune(benchmark::RegisterBenchmark((base + "swscale").c_str(), RunSwscale, kind, s));
 }

@@ -106,11 +106,21 @@ using detail::StridedJob;
 // with room to spare; such planes take the formula as written.
 constexpr double kExactIndexLimit = 4503599627370496.0;  // 2^52
 
-const RowKernels& KernelsFor(ScalePath path) {
-  if (path == ScalePath::kAvx512) {
-    if (const RowKernels* k = detail::Avx512Kernels()) return *k;
+const RowKernels* AvailableKernels(ScalePath path) {
+  switch (path) {
+    case ScalePath::kScalar:
+      return &detail::ScalarKernels();
+    case ScalePath::kAvx2:
+      return detail::Avx2Kernels();
+    case ScalePath::kAvx512:
+      return detail::Avx512Kernels();
   }
-  return detail::ScalarKernels();
+  return nullptr;
+}
+
+const RowKernels& KernelsFor(ScalePath path) {
+  const RowKernels* k = AvailableKernels(path);
+  return k != nullptr ? *k : detail::ScalarKernels();
 }
 
 // Nearest-sample decimation of one plane; sizes are those of the planes, the
@@ -343,18 +353,25 @@ void ResampleWith(const RowKernels& k, int srcWidth, int srcHeight, int dstWidth
 
 }  // namespace
 
-bool ScalePathAvailable(ScalePath path) {
-  return path == ScalePath::kScalar || detail::Avx512Kernels() != nullptr;
-}
+bool ScalePathAvailable(ScalePath path) { return AvailableKernels(path) != nullptr; }
 
 ScalePath BestScalePath() {
-  static const ScalePath best =
-      detail::Avx512Kernels() != nullptr ? ScalePath::kAvx512 : ScalePath::kScalar;
+  static const ScalePath best = ScalePathAvailable(ScalePath::kAvx512) ? ScalePath::kAvx512
+                                : ScalePathAvailable(ScalePath::kAvx2) ? ScalePath::kAvx2
+                                                                        : ScalePath::kScalar;
   return best;
 }
 
 const char* ScalePathName(ScalePath path) {
-  return path == ScalePath::kAvx512 ? "avx512" : "scalar";
+  switch (path) {
+    case ScalePath::kScalar:
+      return "scalar";
+    case ScalePath::kAvx2:
+      return "avx2";
+    case ScalePath::kAvx512:
+      return "avx512";
+  }
+  return "scalar";
 }
 
 void YDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,

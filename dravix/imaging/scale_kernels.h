@@ -73,6 +73,8 @@ struct RowKernels {
 const RowKernels& ScalarKernels();
 // Null when the CPU or the compiler lacks AVX-512 with VBMI.
 const RowKernels* Avx512Kernels();
+// Null when the CPU or the compiler lacks AVX2.
+const RowKernels* Avx2Kernels();
 
 // Scalar pieces the vector kernels fall back on.
 void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst,

@@ -9,6 +9,7 @@ namespace dravix::imaging {
 
 enum class ScalePath {
   kScalar,  // plain C++, any x86-64 (and under valgrind)
+  kAvx2,    // AVX2 halving and vertical blend, scalar otherwise
   kAvx512,  // AVX-512 F/BW/VL/DQ + VBMI, chosen at run time when the CPU has it
 };
 

@@ -65,7 +65,12 @@ std::vector<Size4> PlaneSizes() {
       {50, 50, 50, 50},      {1000, 10, 7, 3},      {1000, 40, 130, 20},    {1000, 40, 300, 20},
       {997, 13, 996, 12},    {4101, 3, 2049, 2},    {3, 1000, 3, 17},       {4000, 2200, 2200, 1210},
       {1920, 1080, 1440, 810}, {8000, 4, 63, 2},    {640, 480, 639, 479},   {257, 9, 128, 4},
-      {200, 60, 194, 50},    {204, 30, 168, 20},    {2040, 300, 1680, 200}};
+      {200, 60, 194, 50},    {204, 30, 168, 20},    {2040, 300, 1680, 200},
+      // Halving with every kind of row end: shorter than a block, whole
+      // blocks, and last blocks of up to 32 and of more than 32 outputs.
+      {62, 5, 31, 3},        {128, 5, 64, 3},       {130, 5, 65, 3},        {190, 5, 95, 3},
+      {194, 5, 97, 3},       {254, 5, 127, 3},      {256, 5, 128, 3},       {258, 5, 129, 3},
+      {446, 4, 223, 2},      {1026, 3, 513, 2}};
   for (int sw : {17, 64, 129, 255, 720}) {
     for (int dw : {1, 2, 3, 5, 7, 16, 31, 63, 64, 65, sw / 3, sw / 2, sw - 1, sw}) {
       if (dw >= 1 && dw <= sw) s.push_back({sw, 9, dw, 4});
@@ -186,7 +191,7 @@ TEST_P(ScaleOnPath, ResampleWeightsComeFromSinglePrecisionRatios) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, ScaleOnPath,
-                         ::testing::Values(ScalePath::kScalar, ScalePath::kAvx512),
+                         ::testing::Values(ScalePath::kScalar, ScalePath::kAvx2, ScalePath::kAvx512),
                          [](const auto& info) { return std::string(dravix::imaging::ScalePathName(info.param)); });
 
 TEST(Scale, YDownsampleByTwoTakesEverySecondByteOfEverySecondRow) {
@@ -222,6 +227,14 @@ TEST(Scale, PlaneEnlargingIndexesTheSourceWithDestinationCoordinates) {
   UV_downsample(src.data(), uv.data(), 8, 6, 10, 6);
   for (int r = 0; r < 3; ++r) {
     for (int x = 0; x < 5; ++x) EXPECT_EQ(uv[r * 5 + x], src[r * 4 + x]) << r << "," << x;
+  }
+  // Halving the width while enlarging the height: rows past the picture are
+  // read only where the formula reads (the buffer ends at its last read).
+  const auto tall = Noise(3 * 300 + 2 * 149 + 1, 6);
+  std::vector<BYTE> halved(150 * 4);
+  Y_downsample(tall.data(), halved.data(), 300, 2, 150, 4);
+  for (int r = 0; r < 4; ++r) {
+    for (int x = 0; x < 150; ++x) ASSERT_EQ(halved[r * 150 + x], tall[r * 300 + 2 * x]) << r << "," << x;
   }
 }
 
