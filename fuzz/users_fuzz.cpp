@@ -1,6 +1,7 @@
 // A hostile "User.zmi": loading it must not crash or hang, the log-in check
 // and the edits must cope with unterminated texts, and what is saved loads
 // again as the same accounts (less the dropped empty names).
+#include "fuzz/fuzz_home.h"
 #include "dravix/base/zfile.h"
 #include "dravix/users/iaccountmgr.h"
 
@@ -13,25 +14,11 @@
 
 namespace {
 
-std::string g_home;
-
-void RemoveHome() {
-  std::error_code ec;
-  std::filesystem::remove_all(g_home, ec);
-}
-
 const std::string& Home() {
   static const std::string home = [] {
-    // A memory file system when there is one: every run saves.
-    std::string tmpl = std::filesystem::is_directory("/dev/shm") ? "/dev/shm/dravix-users-fuzz-XXXXXX"
-                                                                 : "/tmp/dravix-users-fuzz-XXXXXX";
-    const char* dir = mkdtemp(tmpl.data());
-    if (dir == nullptr) std::abort();
-    SetModulePath(dir);
+    std::string folder = dravix::fuzz::MakeFuzzHome("users");
     dravix::users::SetAccountStringSource([](UINT id) { return id == 7103 ? std::string("Admin") : "L" + std::to_string(id); });
-    g_home = dir;
-    std::atexit(RemoveHome);
-    return std::string(dir) + "/";
+    return folder;
   }();
   return home;
 }
@@ -42,10 +29,7 @@ std::string Text(const char* field, size_t n) { return std::string(field, strnle
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string file = Home() + dravix::users::kUserFileName;
-  FILE* f = std::fopen(file.c_str(), "wb");
-  if (f == nullptr) std::abort();
-  if (size != 0 && std::fwrite(data, 1, size, f) != size) std::abort();
-  std::fclose(f);
+  dravix::fuzz::WriteFuzzInput(file, data, size);
 
   IAccountMgr* m = IAccountMgr::Instance();
   m->InitUser();

@@ -1,5 +1,6 @@
 // A hostile "DVROPTION.XML": loading it must not crash, hang or allocate
 // without bound, and what was loaded must save and load again.
+#include "fuzz/fuzz_home.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/default_names.h"
 #include "dravix/config/xmldoc.h"
@@ -13,25 +14,11 @@
 
 namespace {
 
-std::string g_home;
-
-void RemoveHome() {
-  std::error_code ec;
-  std::filesystem::remove_all(g_home, ec);
-}
-
 const std::string& Home() {
   static const std::string home = [] {
-    // A memory file system when there is one: every run saves twice.
-    std::string tmpl = std::filesystem::is_directory("/dev/shm") ? "/dev/shm/dravix-xmldoc-fuzz-XXXXXX"
-                                                                 : "/tmp/dravix-xmldoc-fuzz-XXXXXX";
-    const char* dir = mkdtemp(tmpl.data());
-    if (dir == nullptr) std::abort();
-    SetModulePath(dir);
+    std::string folder = dravix::fuzz::MakeFuzzHome("xmldoc");
     dravix::config::SetOptionStringSource([](UINT id) { return "S" + std::to_string(id); });
-    g_home = dir;
-    std::atexit(RemoveHome);
-    return std::string(dir) + "/";
+    return folder;
   }();
   return home;
 }
@@ -40,10 +27,7 @@ const std::string& Home() {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string file = Home() + dravix::config::kOptionFileName;
-  FILE* f = std::fopen(file.c_str(), "wb");
-  if (f == nullptr) std::abort();
-  if (size != 0 && std::fwrite(data, 1, size, f) != size) std::abort();
-  std::fclose(f);
+  dravix::fuzz::WriteFuzzInput(file, data, size);
 
   auto o = std::make_unique<tagDSZEPLODVROPTION>();
   ZXMLMGR mgr;
