@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace dravix::platform {
@@ -29,47 +30,101 @@ bool WriteAll(int fd, const char* p, size_t size) {
   return true;
 }
 
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+// Sets the mode of fd, writes the bytes and flushes them; returns 0 or the
+// error number, with `what` saying which step failed.
+int Fill(int fd, const void* data, size_t size, unsigned mode, std::string* what) {
+  if (::fchmod(fd, static_cast<mode_t>(mode & 07777)) != 0) {
+    *what = "cannot set the mode of";
+    return errno;
+  }
+  if (!WriteAll(fd, static_cast<const char*>(data), size)) {
+    *what = "cannot write";
+    return errno;
+  }
+  if (::fsync(fd) != 0) {
+    *what = "cannot flush";
+    return errno;
+  }
+  return 0;
+}
+
+// Writes the content into a file with no name in the target's folder and
+// only then links it in under a temporary name. A process killed (or a
+// machine losing power) while writing leaves nothing behind: the kernel
+// reclaims the nameless file. Returns the temporary name, or an empty one
+// when the folder's file system cannot do this (the caller then falls back
+// to a named temporary file); a write error is reported through `err`.
+std::string WriteUnnamed(const std::string& path, const void* data, size_t size, unsigned mode,
+                         int* err, std::string* what) {
+  const int fd = ::open(FolderOf(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+  if (fd < 0) return {};
+  *err = Fill(fd, data, size, mode, what);
+  std::string tmp;
+  if (*err == 0) {
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    for (int attempt = 0; attempt < 100 && tmp.empty(); ++attempt) {
+      std::string name = path + ".tmp" + std::to_string(::getpid()) + "_" + std::to_string(attempt);
+      if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        tmp = std::move(name);
+      } else if (errno != EEXIST) {
+        break;
+      }
+    }
+  }
+  if (::close(fd) != 0 && *err == 0 && !tmp.empty()) {
+    *err = errno;
+    *what = "cannot close";
+  }
+  return tmp;
+}
+
+// The same through a named temporary file, for file systems without
+// nameless files; a kill while writing leaves that file behind.
+std::string WriteNamed(const std::string& path, const void* data, size_t size, unsigned mode,
+                       int* err, std::string* what) {
+  std::string tmpl = path + ".tmpXXXXXX";
+  std::vector<char> name(tmpl.begin(), tmpl.end());
+  name.push_back('\0');
+  const int fd = ::mkstemp(name.data());
+  if (fd < 0) {
+    *err = errno;
+    *what = "cannot create a temporary file for";
+    return {};
+  }
+  std::string tmp(name.data());
+  *err = Fill(fd, data, size, mode, what);
+  if (::close(fd) != 0 && *err == 0) {
+    *err = errno;
+    *what = "cannot close";
+  }
+  return tmp;
+}
+
 }  // namespace
 
 bool ReplaceFileAtomically(const std::string& path, const void* data, size_t size, unsigned mode,
                            std::string* error) {
   // The temporary file lives beside the target so that rename() stays on
   // one file system and is atomic.
-  std::string tmpl = path + ".tmpXXXXXX";
-  std::vector<char> name(tmpl.begin(), tmpl.end());
-  name.push_back('\0');
-  const int fd = ::mkstemp(name.data());
-  if (fd < 0) return Fail(error, "cannot create a temporary file for", path, errno);
-  const std::string tmp(name.data());
-
   int err = 0;
   std::string what;
-  if (::fchmod(fd, static_cast<mode_t>(mode & 07777)) != 0) {
-    err = errno;
-    what = "cannot set the mode of";
-  } else if (!WriteAll(fd, static_cast<const char*>(data), size)) {
-    err = errno;
-    what = "cannot write";
-  } else if (::fsync(fd) != 0) {
-    err = errno;
-    what = "cannot flush";
-  }
-  if (::close(fd) != 0 && err == 0) {
-    err = errno;
-    what = "cannot close";
-  }
+  std::string tmp = WriteUnnamed(path, data, size, mode, &err, &what);
+  if (tmp.empty() && err == 0) tmp = WriteNamed(path, data, size, mode, &err, &what);
   if (err == 0 && ::rename(tmp.c_str(), path.c_str()) != 0) {
     err = errno;
     what = "cannot rename over";
   }
   if (err != 0) {
-    ::unlink(tmp.c_str());
+    if (!tmp.empty()) ::unlink(tmp.c_str());
     return Fail(error, what, path, err);
   }
   // Make the rename itself durable: flush the folder's entry too.
-  const size_t slash = path.find_last_of('/');
-  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
-  const int dir = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const int dir = ::open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (dir >= 0) {
     ::fsync(dir);
     ::close(dir);
