@@ -2,7 +2,6 @@
 // our writer, the older formats, and hostile files.
 #include "dravix/schedule/schedule_file.h"
 #include "dravix/schedule/zschedulemanager.h"
-#include "tests/schedule/schedule_support.h"
 #include "tests/support/test_home.h"
 
 #include <atomic>
