@@ -7,8 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -36,12 +38,18 @@ struct Call {
   Clock::time_point at;
 };
 
+// Records every call, then runs `also` (when set) on it.
 class RecordingHandler : public ZHandler {
  public:
-  explicit RecordingHandler(LONG_PTR result = 0) : result_(result) {}
+  explicit RecordingHandler(LONG_PTR result = 0, std::function<void(const Call&)> also = nullptr)
+      : result_(result), also_(std::move(also)) {}
   LONG_PTR Run(UINT id, UINT_PTR first, LONG_PTR second) override {
-    std::lock_guard<std::mutex> lock(mutex_);
-    calls_.push_back(Call{id, first, second, std::this_thread::get_id(), Clock::now()});
+    const Call call{id, first, second, std::this_thread::get_id(), Clock::now()};
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      calls_.push_back(call);
+    }
+    if (also_) also_(call);
     return result_;
   }
   std::vector<Call> Calls() {
@@ -52,6 +60,7 @@ class RecordingHandler : public ZHandler {
 
  private:
   LONG_PTR result_;
+  std::function<void(const Call&)> also_;
   std::mutex mutex_;
   std::vector<Call> calls_;
 };
@@ -180,32 +189,21 @@ TEST(Dispatcher, RemovalScanKeepsTheEventThatMovesToTheFront) {
   }
 }
 
-// Posts 100 events that are already due and cancels tag 60, from inside
-// ProcessTimeEvent.
-class ReschedulingHandler : public ZHandler {
- public:
-  LONG_PTR Run(UINT id, UINT_PTR first, LONG_PTR) override {
-    ++runs;
-    if (first == 1) {
-      for (int i = 0; i < 100; ++i) IDispatcher::Instance()->PostTimeEvent(id, TestClock::At(0), 2, 0, 50);
-      IDispatcher::Instance()->DeleteTimeEvent(60);
-    }
-    return 0;
-  }
-  int runs = 0;
-};
-
 TEST(Dispatcher, HandlersMayPostAndCancelFromProcessTimeEvent) {
   TestClock clock;
-  ReschedulingHandler h;
+  RecordingHandler h(0, [](const Call& c) {
+    if (c.first != 1) return;
+    for (int i = 0; i < 100; ++i) D()->PostTimeEvent(c.id, TestClock::At(0), 2, 0, 50);  // already due
+    D()->DeleteTimeEvent(60);
+  });
   D()->RegisterHandler(16, &h);
   D()->PostTimeEvent(16, TestClock::At(0), 1, 0, 40);
   D()->PostTimeEvent(16, TestClock::At(0), 3, 0, 60);
   clock.Set(1);
   D()->ProcessTimeEvent();
-  EXPECT_EQ(h.runs, 101);
+  EXPECT_EQ(h.Count(), 101u);
   D()->ProcessTimeEvent();
-  EXPECT_EQ(h.runs, 101);
+  EXPECT_EQ(h.Count(), 101u);
   EXPECT_EQ(D()->GetTimeEventCount(), 0u);
 }
 
@@ -238,6 +236,14 @@ TEST(Dispatcher, CheckEventViewCases) {
   D()->AddToEventViewQueue(3, 30, 2);
   D()->SetEventView(5, 6);
   EXPECT_TRUE(D()->IsEventViewActive());
+  // The view mode and state change only while the queue is empty.
+  int a = 0, b = 0;
+  tagDSEVENTSTATE state{};
+  D()->SetViewMode(9, 9);
+  D()->GetViewMode(a, b);
+  EXPECT_EQ(a, -1);
+  EXPECT_FALSE(D()->SetEventViewState(tagDSEVENTSTATE{{9, 9, 9, 9}}));
+  EXPECT_FALSE(D()->GetEventViewState(state));
 
   // A view still queued is only removed.
   EXPECT_FALSE(D()->CheckEventView(3, 30));
@@ -253,6 +259,12 @@ TEST(Dispatcher, CheckEventViewCases) {
   EXPECT_FALSE(D()->IsEventViewActive());
   EXPECT_EQ(D()->GetIsSerial(), 1);
   EXPECT_TRUE(D()->IsQueueEmpty());
+  D()->SetViewMode(4, 1);
+  D()->GetViewMode(a, b);
+  EXPECT_EQ(a, 4);
+  EXPECT_TRUE(D()->SetEventViewState(tagDSEVENTSTATE{{1, 2, 3, 4}}));
+  EXPECT_TRUE(D()->GetEventViewState(state));
+  EXPECT_EQ(state.value[3], 4);
 
   // Negative view values travel through the unsigned first parameter intact.
   D()->AddToEventViewQueue(-1, -2, 0);
@@ -267,47 +279,15 @@ TEST(Dispatcher, CheckEventViewCases) {
   EXPECT_TRUE(D()->IsQueueEmpty());
 }
 
-TEST(Dispatcher, ViewModeAndStateChangeOnlyWhileTheQueueIsEmpty) {
-  int a = 0, b = 0;
-  D()->SetViewMode(4, 1);
-  tagDSEVENTSTATE state{{1, 2, 3, 4}}, out{};
-  EXPECT_TRUE(D()->SetEventViewState(state));
-  D()->AddToEventViewQueue(1, 1, 1);
-  D()->SetViewMode(9, 9);
-  D()->GetViewMode(a, b);
-  EXPECT_EQ(a, 4);
-  EXPECT_EQ(b, 1);
-  EXPECT_FALSE(D()->SetEventViewState(tagDSEVENTSTATE{{9, 9, 9, 9}}));
-  EXPECT_FALSE(D()->GetEventViewState(out));
-  EXPECT_EQ(out.value[3], 0);
-  EXPECT_TRUE(D()->SearchInnerEvent(1, 1));
-  EXPECT_TRUE(D()->GetEventViewState(out));
-  EXPECT_EQ(out.value[3], 4);
-}
-
-// Checks that a queued object is alive while its handler runs, and chains
-// events 1..3 through its own queue (it runs with that queue locked).
-class QueueHandler : public ZHandler {
- public:
-  explicit QueueHandler(std::atomic<int>* deleted) : deleted_(deleted) {}
-  LONG_PTR Run(UINT id, UINT_PTR first, LONG_PTR second) override {
-    if (first != 0 && deleted_->load() == 0) ++aliveAtRun;
-    seen.push_back(second);
-    thread = std::this_thread::get_id();
-    if (second >= 1 && second < 3) IDispatcher::Instance()->SendActionEvent(id, 0, second + 1);
-    return 0;
-  }
-  std::atomic<int>* deleted_;
-  int aliveAtRun = 0;
-  std::vector<LONG_PTR> seen;
-  std::thread::id thread;
-};
-
 TEST(Dispatcher, QueuedEventsRunInOrderAndReleaseTheirObjectOnceAfterTheHandler) {
   D()->SetQueueInterval(1ms);
   std::atomic<int> releases{0}, deleted{0};
-  QueueHandler action(&deleted);
-  RecordingHandler net;
+  int aliveAtRun = 0;
+  // The handler runs with its queue locked; chaining 1..3 through that queue must not deadlock.
+  RecordingHandler net, action(0, [&](const Call& c) {
+    if (c.first != 0 && deleted.load() == 0) ++aliveAtRun;
+    if (c.second >= 1 && c.second < 3) D()->SendActionEvent(c.id, 0, c.second + 1);
+  });
   D()->RegisterHandler(30, &action);
   D()->RegisterHandler(31, &net);
   D()->SendActionEvent(30, AsParam(new Payload(&releases, &deleted)), 0);
@@ -317,14 +297,15 @@ TEST(Dispatcher, QueuedEventsRunInOrderAndReleaseTheirObjectOnceAfterTheHandler)
   for (int i = 0; i < 5; ++i) D()->SendNetEvent(31, 0, i);
   // The action queue empties under its lock only after the last Run returned.
   ASSERT_TRUE(WaitUntil([&] { return net.Count() == 5 && D()->GetActionQueueSize() == 0; }));
-  EXPECT_EQ(action.seen, (std::vector<LONG_PTR>{0, 1, 2, 3}));
-  EXPECT_EQ(action.aliveAtRun, 1);
+  EXPECT_EQ(aliveAtRun, 1);
   EXPECT_EQ(releases.load(), 1);
   EXPECT_EQ(deleted.load(), 1);
-  EXPECT_NE(action.thread, std::this_thread::get_id());
-  const auto calls = net.Calls();
-  for (size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].second, static_cast<LONG_PTR>(i));
-  for (size_t i = 1; i < calls.size(); ++i) EXPECT_GE(calls[i].at - calls[i - 1].at, 1ms);
+  for (const auto& calls : {action.Calls(), net.Calls()}) {
+    for (size_t i = 0; i < calls.size(); ++i) EXPECT_EQ(calls[i].second, static_cast<LONG_PTR>(i));
+    for (size_t i = 1; i < calls.size(); ++i) EXPECT_GE(calls[i].at - calls[i - 1].at, 1ms);
+  }
+  ASSERT_EQ(action.Count(), 4u);
+  EXPECT_NE(action.Calls()[0].thread, std::this_thread::get_id());
   delete unhandled;
 }
 
@@ -349,33 +330,13 @@ TEST(Dispatcher, EachQueueDeliversOneEventPerSecond) {
   EXPECT_LT(net.Calls()[0].at, action.Calls()[2].at);
 }
 
-// Counts each event by the index it carries: in `first` for time events
-// (id 6), in `second` for queued ones (whose `first` is the object).
-class CountingHandler : public ZHandler {
- public:
-  explicit CountingHandler(size_t size) : hits(size) {}
-  LONG_PTR Run(UINT id, UINT_PTR first, LONG_PTR second) override {
-    const size_t index = id == 6 ? first : static_cast<size_t>(second);
-    if (index < hits.size()) ++hits[index];
-    ++total;
-    return 0;
-  }
-  int NotOnce() const {
-    int n = 0;
-    for (const auto& h : hits) n += h.load() != 1;
-    return n;
-  }
-  std::vector<std::atomic<int>> hits;
-  std::atomic<int> total{0};
-};
-
 // Eight threads post 20,000 time events and 2,000 queued events each while
 // the host fires time events (run under TSan and ASan too).
 TEST(DispatcherLoad, EightThreadsPostingEveryEventFiresExactlyOnce) {
   constexpr int kThreads = 8, kTimed = 20000, kQueued = 2000, kEvery = kTimed / kQueued;
   TestClock clock;
   D()->SetQueueInterval(50us);
-  CountingHandler timed(kThreads * kTimed), queued(kThreads * kQueued);
+  RecordingHandler timed, queued;
   D()->RegisterHandler(6, &timed);
   D()->RegisterHandler(7, &queued);
   std::atomic<int> releases{0}, deleted{0}, postersDone{0};
@@ -409,12 +370,17 @@ TEST(DispatcherLoad, EightThreadsPostingEveryEventFiresExactlyOnce) {
   clock.Set(3600);
   for (int i = 0; i < 3; ++i) D()->ProcessTimeEvent();
   EXPECT_EQ(D()->GetTimeEventCount(), 0u);
-  EXPECT_EQ(timed.total.load(), kThreads * kTimed);
-  EXPECT_TRUE(WaitUntil([&] { return queued.total.load() == kThreads * kQueued; }, 120s));
+  EXPECT_TRUE(WaitUntil([&] { return queued.Count() >= size_t{kThreads * kQueued}; }, 120s));
   EXPECT_EQ(D()->GetActionQueueSize() + D()->GetNetQueueSize(), 0u);
   EXPECT_EQ(releases.load(), kThreads * kQueued);
   EXPECT_EQ(deleted.load(), kThreads * kQueued);
-  EXPECT_EQ(timed.NotOnce() + queued.NotOnce(), 0);
+  // Each event by the index it carries: in `first` for time events, in
+  // `second` for queued ones (whose `first` is the object).
+  std::vector<int> timedHits(kThreads * kTimed), queuedHits(kThreads * kQueued);
+  for (const Call& c : timed.Calls()) ++timedHits.at(c.first);
+  for (const Call& c : queued.Calls()) ++queuedHits.at(static_cast<size_t>(c.second));
+  EXPECT_EQ(std::count(timedHits.begin(), timedHits.end(), 1), kThreads * kTimed);
+  EXPECT_EQ(std::count(queuedHits.begin(), queuedHits.end(), 1), kThreads * kQueued);
 }
 
 }  // namespace
