@@ -63,17 +63,18 @@ class Schedule : public dravix::test::TestHome {
   }
   static void SetClock(const SYSTEMTIME& t) { now_.store(dravix::platform::LocalToUnix(t)); }
 
-  // The dispatcher's time events as "id@hh:mm:ss/second", after checking
-  // the date, the first parameter and the tag of each.
+  // The dispatcher's time events as "id@hh:mm", after checking the date, the
+  // seconds, the parameters (camera; 2222, or 0 for event 14) and the tag.
   static V Events(int camera, int day = 17) {
     V out;
     for (const IDispatcher::tagDSTIMEEVENT& e : IDispatcher::Instance()->GetTimeEvents()) {
       EXPECT_EQ(e.first, static_cast<UINT_PTR>(camera));
+      EXPECT_EQ(e.second, e.id == 14 ? 0 : 2222);
       EXPECT_EQ(e.tag, camera + 100);
-      EXPECT_EQ(std::vector<WORD>({e.due.wYear, e.due.wMonth, e.due.wDay}), std::vector<WORD>({2008, 3, static_cast<WORD>(day)}));
+      EXPECT_EQ(std::vector<int>({e.due.wYear, e.due.wMonth, e.due.wDay, e.due.wSecond}),
+                std::vector<int>({2008, 3, day, 0}));
       char buf[64];
-      std::snprintf(buf, sizeof(buf), "%u@%02d:%02d:%02d/%ld", e.id, e.due.wHour, e.due.wMinute, e.due.wSecond,
-                    static_cast<long>(e.second));
+      std::snprintf(buf, sizeof(buf), "%u@%02d:%02d", e.id, e.due.wHour, e.due.wMinute);
       out.push_back(buf);
     }
     return out;
@@ -264,21 +265,12 @@ TEST_F(Schedule, EachConnectAndRecordCombinationPostsItsOwnSequence) {
     V events;
     bool lines;
   } const cases[] = {
-      {1, 1,
-       V{"15@12:00:00/2222", "6@12:00:00/2222", "16@18:30:00/2222", "6@12:00:00/2222", "8@18:30:00/2222",
-         "14@12:00:00/0", "14@18:30:00/0"},
-       true},
-      {1, 0,
-       V{"15@12:00:00/2222", "6@12:00:00/2222", "16@18:30:00/2222", "6@18:30:00/2222", "8@18:30:00/2222",
-         "14@12:00:00/0", "14@18:30:00/0"},
-       true},
-      {0, 1, V{"16@12:00:00/2222", "15@18:30:00/2222", "6@18:30:00/2222", "14@12:00:00/0", "14@18:30:00/0"}, false},
-      {0, 0,
-       V{"16@12:00:00/2222", "15@18:30:00/2222", "6@18:30:00/2222", "6@18:30:00/2222", "8@18:30:00/2222",
-         "14@12:00:00/0", "14@18:30:00/0"},
-       true},
+      {1, 1, V{"15@12:00", "6@12:00", "16@18:30", "6@12:00", "8@18:30", "14@12:00", "14@18:30"}, true},
+      {1, 0, V{"15@12:00", "6@12:00", "16@18:30", "6@18:30", "8@18:30", "14@12:00", "14@18:30"}, true},
+      {0, 1, V{"16@12:00", "15@18:30", "6@18:30", "14@12:00", "14@18:30"}, false},
+      {0, 0, V{"16@12:00", "15@18:30", "6@18:30", "6@18:30", "8@18:30", "14@12:00", "14@18:30"}, true},
       // A connect flag other than 0 or 1 takes neither of the first two rules.
-      {2, 0, V{"6@18:30:00/2222", "8@18:30:00/2222", "14@12:00:00/0", "14@18:30:00/0"}, true},
+      {2, 0, V{"6@18:30", "8@18:30", "14@12:00", "14@18:30"}, true},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << "connect " << c.connect << " record " << c.record);
@@ -293,20 +285,19 @@ TEST_F(Schedule, EachConnectAndRecordCombinationPostsItsOwnSequence) {
 }
 
 TEST_F(Schedule, OnlyWindowsEndingLaterTodayArePosted) {
-  std::vector<tagDSWORKTASK> day = {Task(0, 0, 6, 0, 0), Task(8, 0, 12, 0, 0), Task(13, 0, 23, 59, 0),
-                                    Task(9, 0, 0, 0, 0)};  // the last ends at 00:00: never posted
-  day[2].end.wSecond = 59;
-  Configure(0, 1, kScheduleDaily, 7, day);
+  Configure(0, 1, kScheduleDaily, 7,
+            {Task(0, 0, 6, 0, 0), Task(8, 0, 12, 0, 0), Task(13, 0, 23, 59, 0),
+             Task(9, 0, 0, 0, 0)});  // the last ends at 00:00: never posted
   struct Case {
     int h, m, s;
     V starts;  // the 16 events (one at each posted start)
   } const cases[] = {
-      {0, 0, 0, V{"16@00:00:00/2222", "16@08:00:00/2222", "16@13:00:00/2222"}},
-      {7, 0, 0, V{"16@08:00:00/2222", "16@13:00:00/2222"}},
-      {11, 59, 59, V{"16@08:00:00/2222", "16@13:00:00/2222"}},
-      {12, 0, 0, V{"16@13:00:00/2222"}},  // an end equal to now is not later
-      {23, 59, 58, V{"16@13:00:00/2222"}},
-      {23, 59, 59, V{}},
+      {0, 0, 0, V{"16@00:00", "16@08:00", "16@13:00"}},
+      {7, 0, 0, V{"16@08:00", "16@13:00"}},
+      {11, 59, 59, V{"16@08:00", "16@13:00"}},
+      {12, 0, 0, V{"16@13:00"}},  // an end equal to now is not later
+      {23, 58, 59, V{"16@13:00"}},
+      {23, 59, 0, V{}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.h << ":" << c.m << ":" << c.s);
@@ -329,8 +320,7 @@ TEST_F(Schedule, AWindowOverMidnightIsPostedOnlyBeforeItsEnd) {
   SetClock(At(2008, 3, 17, 3));
   EXPECT_EQ(M()->PostTimeSchedling(2), 1);
   // Both ends land on today: the start comes after the end.
-  EXPECT_EQ(Events(2), (V{"15@22:00:00/2222", "6@22:00:00/2222", "16@06:00:00/2222", "6@22:00:00/2222",
-                          "8@06:00:00/2222", "14@22:00:00/0", "14@06:00:00/0"}));
+  EXPECT_EQ(Events(2), (V{"15@22:00", "6@22:00", "16@06:00", "6@22:00", "8@06:00", "14@22:00", "14@06:00"}));
   EXPECT_EQ(Log(), Lines("22:00:00", "06:00:00", 2));
   const auto& posted = M()->GetPostedList(2);
   ASSERT_EQ(posted.size(), 1u);
@@ -351,8 +341,7 @@ TEST_F(Schedule, ByDateTheFirstUsableEntryOfTodayCounts) {
   };
   Configure(5, 1, kScheduleMonthly, -1, {}, &month);
   EXPECT_EQ(M()->PostTimeSchedling(5), 1);
-  EXPECT_EQ(Events(5), (V{"15@13:00:00/2222", "6@13:00:00/2222", "16@14:00:00/2222", "6@13:00:00/2222",
-                          "8@14:00:00/2222", "14@13:00:00/0", "14@14:00:00/0"}));
+  EXPECT_EQ(Events(5), (V{"15@13:00", "6@13:00", "16@14:00", "6@13:00", "8@14:00", "14@13:00", "14@14:00"}));
   // The check stops at the first entry dated today, whatever its type.
   SetClock(At(2008, 3, 17, 13, 30));
   EXPECT_EQ(M()->IsScheduleSetting(5), 0);
@@ -365,7 +354,7 @@ TEST_F(Schedule, ByWeekdayTheDayTypePicksTheListAndOnlyAnEnabledCameraPosts) {
   Configure(1, 1, kScheduleWeekly, 2, {Task(20, 0, 21, 0, 0)});  // off days
   SetClock(At(2008, 3, 15, 10));                                   // Saturday: an off day
   EXPECT_EQ(M()->PostTimeSchedling(1), 1);
-  EXPECT_EQ(Events(1, 15), (V{"16@20:00:00/2222", "15@21:00:00/2222", "6@21:00:00/2222", "14@20:00:00/0", "14@21:00:00/0"}));
+  EXPECT_EQ(Events(1, 15), (V{"16@20:00", "15@21:00", "6@21:00", "14@20:00", "14@21:00"}));
   ClearEvents(1);
   for (const auto& [enabled, mode] : {std::pair<LONG, LONG>{0, kScheduleWeekly}, {2, kScheduleWeekly}, {1, 7}}) {
     Configure(1, enabled, mode, -1, {});
