@@ -204,7 +204,7 @@ TEST_F(ScheduleFile, SaveNeedsThirtyMegabytesFreeAndLoadGivesBackWhatWasSaved) {
   }
 }
 
-TEST_F(ScheduleFile, TheFirstValueTellsTheFormatAndVersionsComeOnlyFromVersionedFormats) {
+TEST_F(ScheduleFile, TheFirstValueTellsTheFormatVersionsAndWhatIsNotASchedule) {
   const std::pair<uint32_t, LONG> cases[] = {{1100, 1200}, {1200, 1200}, {1500, 1500}, {0, 0},   {1, 0},
                                              {1099, 0},    {1300, 0},    {1501, 0},    {1400, 0}, {0xFFFFFFFFu, 0}};
   for (const auto& [first, format] : cases) EXPECT_EQ(dravix::schedule::ScheduleFormatOf(first), format) << first;
@@ -226,6 +226,16 @@ TEST_F(ScheduleFile, TheFirstValueTellsTheFormatAndVersionsComeOnlyFromVersioned
   M()->SaveSchedule(cams, lists);
   M()->LoadSchedule(cams, lists);
   EXPECT_EQ(cams[0].nVersion, 0);
+
+  // A file that is not a schedule gives the defaults and stays as it is.
+  const std::string bytes = HandWrittenFile().substr(10);
+  WriteFile("Schedule.zmi", bytes);
+  EXPECT_FALSE(M()->Load());
+  EXPECT_NE(M()->LoadError().find("Schedule.zmi"), std::string::npos);
+  EXPECT_EQ(M()->IsEnabled(3), 0);
+  M()->LoadSchedule(cams, lists);
+  EXPECT_EQ(cams[3].week, (std::vector<LONG>{2, 1, 1, 1, 1, 1, 2}));
+  EXPECT_EQ(ReadFile(Path("Schedule.zmi")), bytes);
 }
 
 TEST(ScheduleFormat, OldFilesAreReadFromTheStartInTheirOwnLayout) {
@@ -270,7 +280,7 @@ TEST(ScheduleFormat, OldFilesAreReadFromTheStartInTheirOwnLayout) {
   EXPECT_EQ(std::vector<int>({a.byReserved[0], a.szListMail[0], a.szAlarm[0]}), std::vector<int>(3, 0));
 }
 
-TEST(ScheduleHostile, EveryTruncationIsRejected) {
+TEST(ScheduleHostile, TruncatedFilesAndHugeCountsAreRejected) {
   const std::string whole = HandWrittenFile();
   for (size_t n = 0; n < whole.size(); n += (n < 400 ? 1 : 97)) {
     ScheduleData out;
@@ -283,9 +293,8 @@ TEST(ScheduleHostile, EveryTruncationIsRejected) {
   ScheduleData d;
   EXPECT_FALSE(Parse(whole.substr(0, whole.size() - 1), &d));
   EXPECT_TRUE(Parse(whole, &d));
-}
 
-TEST(ScheduleHostile, HugeCountsAreRefusedBeforeAnyAllocation) {
+  // Huge counts are refused before any allocation.
   Bytes tasks, escapedTasks;  // every camera empty, then list 0 claims many tasks
   for (int c = 0; c < 16; ++c) tasks.u32(1500).u32(0).u32(0).u16(0).u16(0);
   escapedTasks = tasks;
@@ -305,17 +314,6 @@ TEST(ScheduleHostile, HugeCountsAreRefusedBeforeAnyAllocation) {
     EXPECT_LE(g_largestAllocation.load(), std::max<size_t>(base, 64 * 1024)) << what;
     delete d;
   }
-}
-
-TEST_F(ScheduleFile, AFileThatIsNotAScheduleGivesTheDefaultsAndStays) {
-  const std::string bytes = HandWrittenFile().substr(10);
-  WriteFile("Schedule.zmi", bytes);
-  EXPECT_NE(M()->LoadError().find("Schedule.zmi"), std::string::npos);
-  EXPECT_FALSE(M()->Load());
-  EXPECT_EQ(M()->IsEnabled(3), 0);
-  M()->LoadSchedule(cams, lists);
-  EXPECT_EQ(cams[3].week, (std::vector<LONG>{2, 1, 1, 1, 1, 1, 2}));
-  EXPECT_EQ(ReadFile(Path("Schedule.zmi")), bytes);
 }
 
 }  // namespace
