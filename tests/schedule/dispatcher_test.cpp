@@ -272,6 +272,10 @@ TEST(Dispatcher, CheckEventViewCases) {
   D()->AddToEventViewQueue(4, 40, 0);
   EXPECT_FALSE(D()->CheckEventView(9, 9));
   EXPECT_TRUE(D()->IsQueueEmpty());
+  D()->SetEventView(3, 3);
+  D()->ZeroEventView();
+  EXPECT_FALSE(D()->IsEventViewActive());
+  EXPECT_FALSE(D()->StartThread());  // already running
 }
 
 TEST(Dispatcher, QueuedEventsRunInOrderAndReleaseTheirObjectOnceAfterTheHandler) {

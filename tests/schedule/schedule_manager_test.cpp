@@ -103,6 +103,7 @@ class Schedule : public dravix::test::TestHome {
 TEST_F(Schedule, AFreshInstallationHasWorkDaysAndWeekendsAndWritesNothing) {
   SetClock(At(2008, 2, 27, 9));  // a Wednesday, two days before a leap day
   EXPECT_EQ(M()->GetFileFormat(), 1500);
+  EXPECT_EQ(M()->LoadError(), "");
   tagDSSCHEDULEOPTION cams[kScheduleCameras];
   tagSCHEDULEWORKTASK lists[kScheduleLists];
   M()->LoadSchedule(cams, lists);
@@ -203,6 +204,10 @@ TEST_F(Schedule, SettingsFileNamesFollowTheModeAndDayType) {
   Configure(3, 1, kScheduleWeekly, 1, {Task(9, 30, 11, 0)});
   EXPECT_EQ(M()->GetScheduleSetting(3, name), 1);
   EXPECT_EQ(name, "Visual03_W_Work_093000.zmi");
+  Configure(3, 1, kScheduleWeekly, 3, {Task(0, 0, 23, 0)});
+  SetClock(At(2008, 3, 16, 10));  // Sunday: an off day, and list 2 is empty
+  EXPECT_EQ(M()->GetScheduleSetting(3, name), 0);
+  SetClock(At(2008, 3, 17, 10));
 
   // By date: the first entry of today has no task holding now, the second
   // has; the plain check gives up at the first.

@@ -124,8 +124,11 @@ TEST_F(Accounts, TheFileIsOwnerOnlyAndSaveDropsEmptyNamesOneAtATime) {
   fs::permissions(Path("User.zmi"), fs::perms(0644));
 
   CUserArray users;
-  M()->Save(users);  // nothing to write: the file stays
+  M()->Save(users);  // nothing to write: the file stays, the accounts in memory go
   EXPECT_EQ(ReadFile(Path("User.zmi")), fresh);
+  CUserArray loaded{User("stale")};
+  M()->Load(loaded);
+  EXPECT_TRUE(loaded.empty());
   CUserArray nameless{User(""), User("")};
   M()->Save(nameless);  // the second empty name survives the pass
   EXPECT_EQ(ReadFile(Path("User.zmi")), Bytes(User("")));
