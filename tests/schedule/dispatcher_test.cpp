@@ -45,12 +45,17 @@ class RecordingHandler : public ZHandler {
       : result_(result), also_(std::move(also)) {}
   LONG_PTR Run(UINT id, UINT_PTR first, LONG_PTR second) override {
     const Call call{id, first, second, std::this_thread::get_id(), Clock::now()};
+    // Nothing of this object is read once the call is recorded unless there
+    // is a hook: a test may end, and this handler go, as soon as it sees the
+    // last call.
+    const bool hooked = static_cast<bool>(also_);
+    const LONG_PTR result = result_;
     {
       std::lock_guard<std::mutex> lock(mutex_);
       calls_.push_back(call);
     }
-    if (also_) also_(call);
-    return result_;
+    if (hooked) also_(call);
+    return result;
   }
   std::vector<Call> Calls() {
     std::lock_guard<std::mutex> lock(mutex_);
