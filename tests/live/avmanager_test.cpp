@@ -49,8 +49,9 @@ class AVManagerTest : public test::TestHome {
   void Use(SimCardProfile p, std::vector<std::string> video, std::string program = "live") {
     card_ = std::make_unique<CountingCard>(std::move(p));
     IBt878Utl::AttachCardLibrary(card_.get());
+    video_ = std::move(video);
     DeviceEnumerators e;
-    e.videoInputs = [video]() { return std::optional<std::vector<std::string>>(video); };
+    e.videoInputs = [this]() { return video_; };
     e.audioInputs = [this]() { return audio_; };
     e.audioSetupOrder = [this]() { return setupOrder_; };
     e.programName = [program]() { return program; };
@@ -61,6 +62,7 @@ class AVManagerTest : public test::TestHome {
     TestHome::TearDown();
   }
   std::unique_ptr<CountingCard> card_;
+  std::optional<std::vector<std::string>> video_;
   std::optional<std::vector<AudioInputDevice>> audio_ = std::vector<AudioInputDevice>{};
   std::vector<std::string> setupOrder_;
 };
@@ -120,20 +122,17 @@ TEST_F(AVManagerTest, ClientCountStartsAtTheLiveIndexBase) {
   EXPECT_EQ(IAVManager::Instance()->GetVideoCount(), 8);
 }
 
-TEST_F(AVManagerTest, NoVideoEnumeratorGivesZeroUncached) {
+TEST_F(AVManagerTest, NoDeviceListsGiveZeroVideoUncachedAndZeroAudioCached) {
   Use(Layout({{1, 4}}), {});
-  bool available = false;
-  DeviceEnumerators e;
-  e.programName = [] { return std::string("Live.exe"); };
-  e.videoInputs = [&available]() -> std::optional<std::vector<std::string>> {
-    if (!available) return std::nullopt;
-    return std::vector<std::string>{};
-  };
-  SetDeviceEnumerators(e);
+  video_ = std::nullopt;
+  audio_ = std::nullopt;
   IAVManager* m = IAVManager::Instance();
   EXPECT_EQ(m->GetVideoCount(), 0);
-  available = true;
+  EXPECT_EQ(m->GetAudioCount(), 0);
+  video_ = std::vector<std::string>{};
+  audio_ = std::vector<AudioInputDevice>{{"Mic", 1}};
   EXPECT_EQ(m->GetVideoCount(), 4);
+  EXPECT_EQ(m->GetAudioCount(), 0);
 }
 
 TEST_F(AVManagerTest, ZepNamesWithOneAndTwoDigitChips) {
@@ -178,18 +177,25 @@ TEST_F(AVManagerTest, ZMCChipBeyondTheFirstCardTakesTheNextCardsInputs) {
   EXPECT_STREQ(m->Device(31).name, "ZMCap2R Capture - Chip1 Channel 15");
 }
 
-TEST_F(AVManagerTest, CardLayoutFileAndModelLine) {
+TEST_F(AVManagerTest, CardLayoutFileModelLineAndCameraIds) {
   SimCardProfile p = Layout({{2, 4}, {3, 4}});
   p.model = "Z7731";
   p.options = {{1}};
+  p.mapB[2][0] = 2;
+  p.mapB[2][1] = 301;
   Use(p, {ZepName("1", '0')});
   ILog::Instance()->SetFilename("General.log");
   IAVManager* m = IAVManager::Instance();
+  EXPECT_EQ(m->GetCameraID(3, 1), -1);  // not counted yet
   m->GetVideoCount();
   EXPECT_EQ(ReadFile(Path(kGPIOInfoName)), std::string("\x02\x00\x00\x00\x00\x02", 6));
   EXPECT_NE(ReadFile(Path("General.log")).find("DVRModel = Z7731\r\n"), std::string::npos);
   EXPECT_EQ(m->ChipOption(4), 1);  // device 4 is chip 1
   EXPECT_EQ(m->ChipOption(0), 0);
+  EXPECT_EQ(m->GetCameraID(3, 1), 2);  // the lowest port with the code: port 13 has it too
+  EXPECT_EQ(m->CameraCode(13), 301);
+  EXPECT_EQ(m->GetCameraID(1, 2), 6);
+  EXPECT_EQ(m->GetCameraID(9, 9), -1);
 }
 
 // Eight-input chips on hardware before version 3 take the G table; everything else the B table.
@@ -211,20 +217,6 @@ TEST_P(PortTable, ChosenByChipWidthAndHardware) {
 
 INSTANTIATE_TEST_SUITE_P(Live, PortTable,
                          testing::Values(TableCase{2, 8, 5, 0}, TableCase{3, 8, 0, -1}, TableCase{1, 4, 0, -1}));
-
-TEST_F(AVManagerTest, CameraIdIsTheLowestPortWithTheCode) {
-  SimCardProfile p = Layout({{4, 4}});
-  p.mapB[2][0] = 2;
-  p.mapB[2][1] = 301;
-  Use(p, {});
-  IAVManager* m = IAVManager::Instance();
-  EXPECT_EQ(m->GetCameraID(3, 1), -1);  // not counted yet
-  m->GetVideoCount();
-  EXPECT_EQ(m->GetCameraID(3, 1), 2);  // port 13 has it too
-  EXPECT_EQ(m->CameraCode(13), 301);
-  EXPECT_EQ(m->GetCameraID(1, 2), 6);
-  EXPECT_EQ(m->GetCameraID(9, 9), -1);
-}
 
 TEST_F(AVManagerTest, AudioPassesAndExclusions) {
   Use(Layout({{1, 4}}), {});
@@ -250,24 +242,14 @@ TEST_F(AVManagerTest, AudioPassesAndExclusions) {
   EXPECT_EQ(m->GetAudioCount(), 4);  // cached
 }
 
-TEST_F(AVManagerTest, AudioListStopsAtThirtyTwoAndNoEnumeratorGivesZero) {
+TEST_F(AVManagerTest, AudioListStopsAtThirtyTwo) {
   Use(Layout({{1, 4}}), {});
-  std::vector<AudioInputDevice> many;
-  for (int i = 0; i < 40; ++i) many.push_back({"Mic " + std::to_string(i), 1});
-  audio_ = many;
+  audio_ = std::vector<AudioInputDevice>{};
+  for (int i = 0; i < 40; ++i) audio_->push_back({"Mic " + std::to_string(i), 1});
   setupOrder_ = {"ZMCap2R Audio Capture"};
   IAVManager* m = IAVManager::Instance();
   EXPECT_EQ(m->GetAudioCount(), 32);
   EXPECT_STREQ(m->GetAuioDeviceName(31), "Mic 31");
-}
-
-TEST_F(AVManagerTest, NoAudioEnumeratorCachesZero) {
-  Use(Layout({{1, 4}}), {});
-  audio_ = std::nullopt;
-  IAVManager* m = IAVManager::Instance();
-  EXPECT_EQ(m->GetAudioCount(), 0);
-  audio_ = std::vector<AudioInputDevice>{{"Mic", 1}};
-  EXPECT_EQ(m->GetAudioCount(), 0);
 }
 
 TEST_F(AVManagerTest, QuickDisplayWritesTheColourLevel) {
