@@ -267,18 +267,19 @@ TEST_F(AVManagerTest, QuickDisplayWritesTheColourLevel) {
 }
 
 TEST_F(AVManagerTest, QSeriesAndQModelFollowTheFirstChip) {
-  SimCardProfile p = Layout({{4, 1}});
-  Use(p, {});
-  EXPECT_EQ(IAVManager::Instance()->IsQSerise(), 1);
-  EXPECT_EQ(IAVManager::Instance()->IsQModel(), 1);
-  p.model = "Z6612Q";
-  Use(p, {});
-  EXPECT_EQ(IAVManager::Instance()->IsQSerise(), 0);
-  Use(Layout({{4, 8}}), {});
-  EXPECT_EQ(IAVManager::Instance()->IsQSerise(), 0);
-  EXPECT_EQ(IAVManager::Instance()->IsQModel(), 1);
-  Use(Layout({{4, 4}}), {});
-  EXPECT_EQ(IAVManager::Instance()->IsQModel(), 0);
+  struct Case {
+    int chipInputs;
+    const char* model;
+    int qSeries, qModel;
+  } cases[] = {{1, "Z6616", 1, 1}, {1, "Z6612Q", 0, 1}, {8, "Z6616", 0, 1}, {16, "Z6616", 0, 1}, {4, "Z6616", 0, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.chipInputs << " inputs, " << c.model);
+    SimCardProfile p = Layout({{4, c.chipInputs}});
+    p.model = c.model;
+    Use(p, {});
+    EXPECT_EQ(IAVManager::Instance()->IsQSerise(), c.qSeries);
+    EXPECT_EQ(IAVManager::Instance()->IsQModel(), c.qModel);
+  }
 }
 
 TEST_F(AVManagerTest, ChannelsNeedTheSink) {
