@@ -136,7 +136,8 @@ TEST_F(AVManagerTest, NoDeviceListsGiveZeroVideoUncachedAndZeroAudioCached) {
 }
 
 TEST_F(AVManagerTest, ZepNamesWithOneAndTwoDigitChips) {
-  Use(Layout({{4, 4}}), {ZepName("3", '2'), ZepName("12", '3'), "Zep short", ZepName("x", '1'), "USB Cam"});
+  Use(Layout({{4, 4}}),
+      {ZepName("3", '2'), ZepName("12", '3'), "Zep short", ZepName("x", '1'), "USB Cam"});
   IAVManager* m = IAVManager::Instance();
   m->GetVideoCount();
   EXPECT_EQ(m->Device(14).chip, 3);
@@ -216,7 +217,8 @@ TEST_P(PortTable, ChosenByChipWidthAndHardware) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Live, PortTable,
-                         testing::Values(TableCase{2, 8, 5, 0}, TableCase{3, 8, 0, -1}, TableCase{1, 4, 0, -1}));
+                         testing::Values(TableCase{2, 8, 5, 0}, TableCase{3, 8, 0, -1},
+                                         TableCase{1, 4, 0, -1}));
 
 TEST_F(AVManagerTest, AudioPassesAndExclusions) {
   Use(Layout({{1, 4}}), {});
@@ -271,7 +273,11 @@ TEST_F(AVManagerTest, QSeriesAndQModelFollowTheFirstChip) {
     int chipInputs;
     const char* model;
     int qSeries, qModel;
-  } cases[] = {{1, "Z6616", 1, 1}, {1, "Z6612Q", 0, 1}, {8, "Z6616", 0, 1}, {16, "Z6616", 0, 1}, {4, "Z6616", 0, 0}};
+  } cases[] = {{1, "Z6616", 1, 1},
+               {1, "Z6612Q", 0, 1},
+               {8, "Z6616", 0, 1},
+               {16, "Z6616", 0, 1},
+               {4, "Z6616", 0, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.chipInputs << " inputs, " << c.model);
     SimCardProfile p = Layout({{4, c.chipInputs}});

@@ -225,8 +225,8 @@ TEST_F(Ptz, SendingACodeSetsUpTheLineAndWritesTheBytes) {
       {2, 4, 8, 57600, true, PARENB | CMSPAR, CS8, B57600},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << "stop " << int{c.stop} << " parity " << int{c.parity} << " bits "
-                                    << int{c.bits} << " baud " << c.baud);
+    SCOPED_TRACE(testing::Message() << "stop " << int{c.stop} << " parity " << int{c.parity}
+                                    << " bits " << int{c.bits} << " baud " << c.baud);
     d.byStop = c.stop;
     d.byParity = c.parity;
     d.byBits = c.bits;
