@@ -49,8 +49,9 @@ class AVManagerTest : public test::TestHome {
   void Use(SimCardProfile p, std::vector<std::string> video, std::string program = "live") {
     card_ = std::make_unique<CountingCard>(std::move(p));
     IBt878Utl::AttachCardLibrary(card_.get());
+    video_ = std::move(video);
     DeviceEnumerators e;
-    e.videoInputs = [video]() { return std::optional<std::vector<std::string>>(video); };
+    e.videoInputs = [this]() { return video_; };
     e.audioInputs = [this]() { return audio_; };
     e.audioSetupOrder = [this]() { return setupOrder_; };
     e.programName = [program]() { return program; };
@@ -61,6 +62,7 @@ class AVManagerTest : public test::TestHome {
     TestHome::TearDown();
   }
   std::unique_ptr<CountingCard> card_;
+  std::optional<std::vector<std::string>> video_;
   std::optional<std::vector<AudioInputDevice>> audio_ = std::vector<AudioInputDevice>{};
   std::vector<std::string> setupOrder_;
 };
@@ -75,7 +77,7 @@ TEST(LiveProgramName, RecognisedByNameNotByPath) {
 }
 
 TEST_F(AVManagerTest, OtherProgramsSeeSixteenWithoutAskingTheCards) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {ZepName("0", '1')}, "Player.exe");
+  Use(Layout({{1, 4}}), {ZepName("0", '1')}, "Player.exe");
   IAVManager* m = IAVManager::Instance();
   EXPECT_EQ(m->GetVideoCount(), 16);
   EXPECT_EQ(card_->totalCalls, 0);
@@ -85,7 +87,7 @@ TEST_F(AVManagerTest, OtherProgramsSeeSixteenWithoutAskingTheCards) {
 }
 
 TEST_F(AVManagerTest, BackupAgentSeesNoCamerasAndLeavesTheCacheAlone) {
-  Use(Layout({{2, 4, 0, 16, 0, 0}}), {});
+  Use(Layout({{2, 4}}), {});
   IAVManager* m = IAVManager::Instance();
   m->EntryBackupAgentMode(1);
   EXPECT_EQ(m->GetVideoCount(), 0);
@@ -98,7 +100,7 @@ TEST_F(AVManagerTest, BackupAgentSeesNoCamerasAndLeavesTheCacheAlone) {
 }
 
 TEST_F(AVManagerTest, CountComesFromTheCardClampedAndCachedBeforeTheChannels) {
-  Use(Layout({{4, 4, 0, 16, 0, 0}, {4, 4, 0, 16, 0, 0}}), {});
+  Use(Layout({{4, 4}, {4, 4}}), {});
   IAVManager* m = IAVManager::Instance();
   EXPECT_EQ(m->GetVideoCount(), 16);  // 32 on the cards
   for (int port = 0; port < 16; ++port) {
@@ -113,31 +115,29 @@ TEST_F(AVManagerTest, CountComesFromTheCardClampedAndCachedBeforeTheChannels) {
 }
 
 TEST_F(AVManagerTest, ClientCountStartsAtTheLiveIndexBase) {
-  SimCardProfile p = Layout({{3, 4, 0, 16, 0, 0}});
+  SimCardProfile p = Layout({{3, 4}});
   p.server = false;
   p.liveCameraIndexBase = 4;
   Use(p, {});
   EXPECT_EQ(IAVManager::Instance()->GetVideoCount(), 8);
 }
 
-TEST_F(AVManagerTest, NoVideoEnumeratorGivesZeroUncached) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
-  bool available = false;
-  DeviceEnumerators e;
-  e.programName = [] { return std::string("Live.exe"); };
-  e.videoInputs = [&available]() -> std::optional<std::vector<std::string>> {
-    if (!available) return std::nullopt;
-    return std::vector<std::string>{};
-  };
-  SetDeviceEnumerators(e);
+TEST_F(AVManagerTest, NoDeviceListsGiveZeroVideoUncachedAndZeroAudioCached) {
+  Use(Layout({{1, 4}}), {});
+  video_ = std::nullopt;
+  audio_ = std::nullopt;
   IAVManager* m = IAVManager::Instance();
   EXPECT_EQ(m->GetVideoCount(), 0);
-  available = true;
+  EXPECT_EQ(m->GetAudioCount(), 0);
+  video_ = std::vector<std::string>{};
+  audio_ = std::vector<AudioInputDevice>{{"Mic", 1}};
   EXPECT_EQ(m->GetVideoCount(), 4);
+  EXPECT_EQ(m->GetAudioCount(), 0);
 }
 
 TEST_F(AVManagerTest, ZepNamesWithOneAndTwoDigitChips) {
-  Use(Layout({{4, 4, 0, 16, 0, 0}}), {ZepName("3", '2'), ZepName("12", '3'), "Zep short", ZepName("x", '1'), "USB Cam"});
+  Use(Layout({{4, 4}}),
+      {ZepName("3", '2'), ZepName("12", '3'), "Zep short", ZepName("x", '1'), "USB Cam"});
   IAVManager* m = IAVManager::Instance();
   m->GetVideoCount();
   EXPECT_EQ(m->Device(14).chip, 3);
@@ -155,7 +155,7 @@ TEST_F(AVManagerTest, ZepNamesWithOneAndTwoDigitChips) {
 }
 
 TEST_F(AVManagerTest, ZMCChipStandsForEveryInputOfAnEightInputChip) {
-  Use(Layout({{2, 8, 0, 16, 0, 0}}), {"ZMCap3R Capture - Chip 1"});
+  Use(Layout({{2, 8}}), {"ZMCap3R Capture - Chip 1"});
   IAVManager* m = IAVManager::Instance();
   m->GetVideoCount();
   for (int i = 0; i < 8; ++i) {
@@ -168,7 +168,7 @@ TEST_F(AVManagerTest, ZMCChipStandsForEveryInputOfAnEightInputChip) {
 }
 
 TEST_F(AVManagerTest, ZMCChipBeyondTheFirstCardTakesTheNextCardsInputs) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}, {1, 16, 0, 16, 0, 0}}), {"ZMCap2R Capture - Chip0", "ZMCap2R Capture - Chip1"});
+  Use(Layout({{1, 4}, {1, 16}}), {"ZMCap2R Capture - Chip0", "ZMCap2R Capture - Chip1"});
   IAVManager* m = IAVManager::Instance();
   m->GetVideoCount();
   EXPECT_EQ(m->Device(3).input, 3);
@@ -178,65 +178,50 @@ TEST_F(AVManagerTest, ZMCChipBeyondTheFirstCardTakesTheNextCardsInputs) {
   EXPECT_STREQ(m->Device(31).name, "ZMCap2R Capture - Chip1 Channel 15");
 }
 
-TEST_F(AVManagerTest, CardLayoutFileAndModelLine) {
-  SimCardProfile p = Layout({{2, 4, 0, 16, 0, 0}, {3, 4, 0, 16, 0, 0}});
+TEST_F(AVManagerTest, CardLayoutFileModelLineAndCameraIds) {
+  SimCardProfile p = Layout({{2, 4}, {3, 4}});
   p.model = "Z7731";
   p.options = {{1}};
+  p.mapB[2][0] = 2;
+  p.mapB[2][1] = 301;
   Use(p, {ZepName("1", '0')});
   ILog::Instance()->SetFilename("General.log");
   IAVManager* m = IAVManager::Instance();
+  EXPECT_EQ(m->GetCameraID(3, 1), -1);  // not counted yet
   m->GetVideoCount();
   EXPECT_EQ(ReadFile(Path(kGPIOInfoName)), std::string("\x02\x00\x00\x00\x00\x02", 6));
   EXPECT_NE(ReadFile(Path("General.log")).find("DVRModel = Z7731\r\n"), std::string::npos);
   EXPECT_EQ(m->ChipOption(4), 1);  // device 4 is chip 1
   EXPECT_EQ(m->ChipOption(0), 0);
-}
-
-TEST_F(AVManagerTest, EightInputChipsOnOldHardwareUseTheGTable) {
-  SimCardProfile p = Layout({{2, 8, 0, 16, 0, 0}}, 2);
-  p.mapG[0][0] = 5;
-  p.mapG[0][1] = 777;
-  Use(p, {});
-  IAVManager* m = IAVManager::Instance();
-  EXPECT_EQ(m->GetVideoCount(), 16);
-  EXPECT_EQ(m->PortMap(0), 5);
-  EXPECT_EQ(m->GetCameraID(7, 77), 0);
-}
-
-TEST_F(AVManagerTest, EightInputChipsOnNewHardwareUseTheBTable) {
-  SimCardProfile p = Layout({{2, 8, 0, 16, 0, 0}}, 3);
-  p.mapG[0][0] = 5;
-  p.mapG[0][1] = 777;
-  Use(p, {});
-  EXPECT_EQ(IAVManager::Instance()->GetVideoCount(), 16);
-  EXPECT_EQ(IAVManager::Instance()->PortMap(0), 0);
-}
-
-TEST_F(AVManagerTest, FourInputChipsUseTheBTableEvenOnOldHardware) {
-  SimCardProfile p = Layout({{4, 4, 0, 16, 0, 0}}, 1);
-  p.mapG[0][0] = 5;
-  p.mapG[0][1] = 777;
-  Use(p, {});
-  EXPECT_EQ(IAVManager::Instance()->GetVideoCount(), 16);
-  EXPECT_EQ(IAVManager::Instance()->PortMap(0), 0);
-}
-
-TEST_F(AVManagerTest, CameraIdIsTheLowestPortWithTheCode) {
-  SimCardProfile p = Layout({{4, 4, 0, 16, 0, 0}});
-  p.mapB[2][0] = 2;
-  p.mapB[2][1] = 301;
-  Use(p, {});
-  IAVManager* m = IAVManager::Instance();
-  EXPECT_EQ(m->GetCameraID(3, 1), -1);  // not counted yet
-  m->GetVideoCount();
-  EXPECT_EQ(m->GetCameraID(3, 1), 2);  // port 13 has it too
+  EXPECT_EQ(m->GetCameraID(3, 1), 2);  // the lowest port with the code: port 13 has it too
   EXPECT_EQ(m->CameraCode(13), 301);
   EXPECT_EQ(m->GetCameraID(1, 2), 6);
   EXPECT_EQ(m->GetCameraID(9, 9), -1);
 }
 
+// Eight-input chips on hardware before version 3 take the G table; everything else the B table.
+struct TableCase {
+  int hardware, chipInputs, port0, cameraOfCode777;
+};
+class PortTable : public AVManagerTest, public testing::WithParamInterface<TableCase> {};
+
+TEST_P(PortTable, ChosenByChipWidthAndHardware) {
+  SimCardProfile p = Layout({{2, GetParam().chipInputs}}, GetParam().hardware);
+  p.mapG[0][0] = 5;
+  p.mapG[0][1] = 777;
+  Use(p, {});
+  IAVManager* m = IAVManager::Instance();
+  EXPECT_EQ(m->GetVideoCount(), 2 * GetParam().chipInputs);
+  EXPECT_EQ(m->PortMap(0), GetParam().port0);
+  EXPECT_EQ(m->GetCameraID(7, 77), GetParam().cameraOfCode777);
+}
+
+INSTANTIATE_TEST_SUITE_P(Live, PortTable,
+                         testing::Values(TableCase{2, 8, 5, 0}, TableCase{3, 8, 0, -1},
+                                         TableCase{1, 4, 0, -1}));
+
 TEST_F(AVManagerTest, AudioPassesAndExclusions) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
+  Use(Layout({{1, 4}}), {});
   audio_ = std::vector<AudioInputDevice>{
       {"HDA Intel PCH: ALC892 Analog", 1},
       {"ZMCap2R Audio Capture 1", 1},     // the recorder's own: second pass
@@ -259,28 +244,18 @@ TEST_F(AVManagerTest, AudioPassesAndExclusions) {
   EXPECT_EQ(m->GetAudioCount(), 4);  // cached
 }
 
-TEST_F(AVManagerTest, AudioListStopsAtThirtyTwoAndNoEnumeratorGivesZero) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
-  std::vector<AudioInputDevice> many;
-  for (int i = 0; i < 40; ++i) many.push_back({"Mic " + std::to_string(i), 1});
-  audio_ = many;
+TEST_F(AVManagerTest, AudioListStopsAtThirtyTwo) {
+  Use(Layout({{1, 4}}), {});
+  audio_ = std::vector<AudioInputDevice>{};
+  for (int i = 0; i < 40; ++i) audio_->push_back({"Mic " + std::to_string(i), 1});
   setupOrder_ = {"ZMCap2R Audio Capture"};
   IAVManager* m = IAVManager::Instance();
   EXPECT_EQ(m->GetAudioCount(), 32);
   EXPECT_STREQ(m->GetAuioDeviceName(31), "Mic 31");
 }
 
-TEST_F(AVManagerTest, NoAudioEnumeratorCachesZero) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
-  audio_ = std::nullopt;
-  IAVManager* m = IAVManager::Instance();
-  EXPECT_EQ(m->GetAudioCount(), 0);
-  audio_ = std::vector<AudioInputDevice>{{"Mic", 1}};
-  EXPECT_EQ(m->GetAudioCount(), 0);
-}
-
 TEST_F(AVManagerTest, QuickDisplayWritesTheColourLevel) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
+  Use(Layout({{1, 4}}), {});
   IAVManager* m = IAVManager::Instance();
   const std::string store = Path(platform::kRegistryFileName);
   auto level = [&] { return platform::RegistryGetDword(store, kColorLevelRoot, kColorLevelKey, kColorLevelValue); };
@@ -294,46 +269,46 @@ TEST_F(AVManagerTest, QuickDisplayWritesTheColourLevel) {
 }
 
 TEST_F(AVManagerTest, QSeriesAndQModelFollowTheFirstChip) {
-  SimCardProfile p = Layout({{4, 1, 0, 16, 0, 0}});
-  Use(p, {});
-  EXPECT_EQ(IAVManager::Instance()->IsQSerise(), 1);
-  EXPECT_EQ(IAVManager::Instance()->IsQModel(), 1);
-  p.model = "Z6612Q";
-  Use(p, {});
-  EXPECT_EQ(IAVManager::Instance()->IsQSerise(), 0);
-  Use(Layout({{4, 8, 0, 16, 0, 0}}), {});
-  EXPECT_EQ(IAVManager::Instance()->IsQSerise(), 0);
-  EXPECT_EQ(IAVManager::Instance()->IsQModel(), 1);
-  Use(Layout({{4, 4, 0, 16, 0, 0}}), {});
-  EXPECT_EQ(IAVManager::Instance()->IsQModel(), 0);
+  struct Case {
+    int chipInputs;
+    const char* model;
+    int qSeries, qModel;
+  } cases[] = {{1, "Z6616", 1, 1},
+               {1, "Z6612Q", 0, 1},
+               {8, "Z6616", 0, 1},
+               {16, "Z6616", 0, 1},
+               {4, "Z6616", 0, 0}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.chipInputs << " inputs, " << c.model);
+    SimCardProfile p = Layout({{4, c.chipInputs}});
+    p.model = c.model;
+    Use(p, {});
+    EXPECT_EQ(IAVManager::Instance()->IsQSerise(), c.qSeries);
+    EXPECT_EQ(IAVManager::Instance()->IsQModel(), c.qModel);
+  }
 }
 
 TEST_F(AVManagerTest, ChannelsNeedTheSink) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
+  Use(Layout({{1, 4}}), {});
   IAVManager* m = IAVManager::Instance();
   IZMVideoRenderChannel* ch = nullptr;
   EXPECT_EQ(m->CreateChannel(&ch), E_FAIL);
   EXPECT_EQ(m->DestroyChannel(nullptr), E_FAIL);
+  SetVideoRendererFactory([]() -> IZMMultiChannelVideoRenderer* { return nullptr; });
+  EXPECT_EQ(m->InitializeVideoSink(), E_FAIL);
+  EXPECT_EQ(m->VideoSink(), nullptr);
+  SetVideoRendererFactory({});
   EXPECT_EQ(m->InitializeVideoSink(), S_OK);
   IZMMultiChannelVideoRenderer* sink = m->VideoSink();
   EXPECT_EQ(m->InitializeVideoSink(), S_OK);
   EXPECT_EQ(m->VideoSink(), sink);
   EXPECT_EQ(m->CreateChannel(nullptr), E_FAIL);
   ASSERT_EQ(m->CreateChannel(&ch), S_OK);
-  ASSERT_NE(ch, nullptr);
   EXPECT_EQ(sink->ActiveChannels(), 1);
   EXPECT_EQ(m->DestroyChannel(ch), S_OK);
   EXPECT_EQ(m->DestroyChannel(ch), E_INVALIDARG);
   EXPECT_EQ(sink->ActiveChannels(), 0);
   EXPECT_EQ(m->IsUseFxVideoSink(), 1);
-}
-
-TEST_F(AVManagerTest, FailingRendererFactoryLeavesNoSink) {
-  Use(Layout({{1, 4, 0, 16, 0, 0}}), {});
-  SetVideoRendererFactory([]() -> IZMMultiChannelVideoRenderer* { return nullptr; });
-  EXPECT_EQ(IAVManager::Instance()->InitializeVideoSink(), E_FAIL);
-  EXPECT_EQ(IAVManager::Instance()->VideoSink(), nullptr);
-  SetVideoRendererFactory({});
 }
 
 }  // namespace

@@ -42,32 +42,23 @@ class Peer {
       kill(pid_, SIGKILL);
       waitpid(pid_, nullptr, 0);
     }
-    if (in_ >= 0) close(in_);
+    CloseInput();
     if (out_ >= 0) close(out_);
   }
   Peer(const Peer&) = delete;
   Peer& operator=(const Peer&) = delete;
 
-  bool started() const { return pid_ > 0; }
-
-  // The next line of output without its end; "" on time-out or end.
+  // The next line of output without its end; "" when nothing comes for
+  // `timeoutMs` or the output ends.
   std::string ReadLine(int timeoutMs = 10000) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-      const size_t nl = buffer_.find('\n');
-      if (nl != std::string::npos) {
-        std::string line = buffer_.substr(0, nl);
-        buffer_.erase(0, nl + 1);
-        return line;
-      }
-      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
-      pollfd p{out_, POLLIN, 0};
-      if (left.count() <= 0 || poll(&p, 1, static_cast<int>(left.count())) <= 0) return "";
-      char chunk[256];
-      const ssize_t n = read(out_, chunk, sizeof chunk);
-      if (n <= 0) return "";
-      buffer_.append(chunk, static_cast<size_t>(n));
+    std::string line;
+    pollfd p{out_, POLLIN, 0};
+    char c;
+    while (poll(&p, 1, timeoutMs) > 0 && read(out_, &c, 1) == 1) {
+      if (c == '\n') return line;
+      line += c;
     }
+    return "";
   }
   // Ends the peer's "wait" step.
   void CloseInput() {
@@ -101,7 +92,6 @@ class Peer {
   bool reaped_ = false;
   int in_ = -1;
   int out_ = -1;
-  std::string buffer_;
 };
 
 }  // namespace dravix::test

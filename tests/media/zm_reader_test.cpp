@@ -88,49 +88,36 @@ TEST_F(ZMReaderTest, AnswersOfAWrittenFileAreTheSameWithAndWithoutItsIndex) {
   EXPECT_EQ(with.positions, without.positions);
 }
 
-TEST_F(ZMReaderTest, NullArgumentsAndMissingFiles) {
+TEST_F(ZMReaderTest, NullPointersMissingFilesWrongMagicAndWrongStreamTag) {
   FILETIME ft{};
   __int64 v = 0, t = TestStart();
   SYSTEMTIME st{};
   int codec = 0, size = 0;
-  EXPECT_EQ(E_POINTER, GetZMFileStartTime(nullptr, &ft));
   EXPECT_EQ(E_POINTER, GetZMFileStartTime(rec.c_str(), nullptr));
-  EXPECT_EQ(E_POINTER, GetZMFileEndTime(nullptr, &ft));
   EXPECT_EQ(E_POINTER, GetZMFileEndTime(rec.c_str(), nullptr));
-  EXPECT_EQ(E_POINTER, ZMergeAVI::GetZMFileTime(nullptr, &v));
   EXPECT_EQ(E_POINTER, ZMergeAVI::GetZMFileTime(rec.c_str(), nullptr));
-  EXPECT_EQ(E_POINTER, ZMEtoZME::TimeToFilePos(nullptr, &t, &v));
   EXPECT_EQ(E_POINTER, ZMEtoZME::TimeToFilePos(rec.c_str(), nullptr, &v));
-  EXPECT_EQ(0, GetVideoData(nullptr, &st, &v, &codec, &size));
 
-  const std::string missing = Path("nothing.dat");
-  EXPECT_EQ(E_FAIL, GetZMFileStartTime(missing.c_str(), &ft));
-  EXPECT_EQ(E_FAIL, GetZMFileEndTime(missing.c_str(), &ft));
-  EXPECT_EQ(E_FAIL, ZMergeAVI::GetZMFileTime(missing.c_str(), &v));
-  EXPECT_EQ(E_FAIL, ZMEtoZME::TimeToFilePos(missing.c_str(), &t, &v));
-  EXPECT_EQ(0, GetVideoData(missing.c_str(), &st, &v, &codec, &size));
-  EXPECT_EQ(E_FAIL, GetZMFileStartTime(std::string(600, 'a').c_str(), &ft));
-}
-
-TEST_F(ZMReaderTest, WrongMagicAndWrongStreamTag) {
-  FILETIME ft{};
-  __int64 v = 0, t = TestStart();
-  SYSTEMTIME st{};
-  int codec = 0, size = 0;
+  const auto expect = [&](const char* name, HRESULT times, HRESULT lengthAndPosition) {
+    EXPECT_EQ(times, GetZMFileStartTime(name, &ft));
+    EXPECT_EQ(times, GetZMFileEndTime(name, &ft));
+    EXPECT_EQ(lengthAndPosition, ZMergeAVI::GetZMFileTime(name, &v));
+    EXPECT_EQ(lengthAndPosition, ZMEtoZME::TimeToFilePos(name, &t, &v));
+    EXPECT_EQ(0, GetVideoData(name, &st, &v, &codec, &size));
+  };
+  expect(nullptr, E_POINTER, E_POINTER);
+  expect(Path("nothing.dat").c_str(), E_FAIL, E_FAIL);
+  // The start and end times turn every header problem into E_FAIL.
   for (uint64_t at : {uint64_t{0}, uint64_t{kZMHeaderSize}, uint64_t{kZMHeaderSize + 164}}) {
     SCOPED_TRACE(at == 0 ? "magic" : "stream tag");
     WritePlan(rec, plan);
     Patch(rec, at, {'Z', 'M', 'F', 'X'});
-    // The start and end times turn every header problem into E_FAIL.
-    EXPECT_EQ(E_FAIL, GetZMFileStartTime(rec.c_str(), &ft));
-    EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
-    EXPECT_EQ(E_UNEXPECTED, ZMergeAVI::GetZMFileTime(rec.c_str(), &v));
-    EXPECT_EQ(E_UNEXPECTED, ZMEtoZME::TimeToFilePos(rec.c_str(), &t, &v));
-    EXPECT_EQ(0, GetVideoData(rec.c_str(), &st, &v, &codec, &size));
+    expect(rec.c_str(), E_FAIL, E_UNEXPECTED);
   }
+  EXPECT_EQ(E_FAIL, GetZMFileStartTime(std::string(600, 'a').c_str(), &ft));
 }
 
-TEST_F(ZMReaderTest, EveryTruncatedHeaderIsAShortRead) {
+TEST_F(ZMReaderTest, EveryTruncatedHeaderAndAHugeFormatLengthIsAShortRead) {
   const std::string whole = Slurp(rec);
   const uint32_t headerEnd = HeaderOf(rec).HeaderLength();
   ASSERT_EQ(kZMHeaderSize + 164u + 94u, headerEnd);
@@ -151,11 +138,8 @@ TEST_F(ZMReaderTest, EveryTruncatedHeaderIsAShortRead) {
   FILETIME ft{};
   EXPECT_EQ(E_FAIL, GetZMFileStartTime(rec.c_str(), &ft));
   EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
-}
-
-TEST_F(ZMReaderTest, AHugeFormatLengthIsAShortReadNotAnAllocation) {
+  // A huge format length is a short read too, not an allocation.
   Patch(rec, kZMHeaderSize + kStrFormatLength, {0xF0, 0xFF, 0xFF, 0xFF});
-  __int64 v = 0;
   EXPECT_EQ(E_FAIL, ZMergeAVI::GetZMFileTime(rec.c_str(), &v));
 }
 
@@ -171,34 +155,31 @@ TEST_F(ZMReaderTest, StartTimeReadsByte4096AndNeedsAPayload) {
   EXPECT_EQ(E_FAIL, GetZMFileStartTime(rec.c_str(), &ft));
 }
 
-TEST_F(ZMReaderTest, EndTimeFailsOnDataBeyondTheFileAndOnAnEmptyPayload) {
-  FILETIME ft{};
-  CutTo(rec, EndOf(plan.back()) - 1);
-  EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
-  std::filesystem::remove(Path("cam01.idx"));
-  EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
-
-  WritePlan(rec, plan);
-  Patch(rec, plan[plan.size() - 5].offset + 5, {0, 0, 0, 0});
-  EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
-}
-
-TEST_F(ZMReaderTest, EndTimeStartsAtTheLastIndexEntry) {
+TEST_F(ZMReaderTest, EndTimeWalksFromTheLastIndexEntry) {
   // The records before the last entry are never read: damage there does not
   // matter with the index and does without it.
-  const std::vector<ZMIndexEntry> index = IndexOf(Path("cam01.idx"));
-  ASSERT_GE(index.size(), 2u);
+  ASSERT_GE(IndexOf(Path("cam01.idx")).size(), 2u);
   Patch(rec, plan[1].offset + 5, {0, 0, 0, 0});
   FILETIME ft{};
   ASSERT_EQ(S_OK, GetZMFileEndTime(rec.c_str(), &ft));
   EXPECT_EQ(TestStart() + Ms(plan.back().time), FileTimeToInt64(ft));
   // A final partial entry of up to 8 bytes keeps the previous offset.
-  std::string idx = Slurp(Path("cam01.idx"));
+  const std::string idx = Slurp(Path("cam01.idx"));
   Spit(Path("cam01.idx"), idx + std::string(8, '\x7f'));
   ASSERT_EQ(S_OK, GetZMFileEndTime(rec.c_str(), &ft));
   EXPECT_EQ(TestStart() + Ms(plan.back().time), FileTimeToInt64(ft));
   // An offset that cannot be sought fails.
   Spit(Path("cam01.idx"), idx + std::string(16, '\xff'));
+  EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
+  std::filesystem::remove(Path("cam01.idx"));
+  EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
+
+  // An empty payload after the last entry, and data beyond the file, fail.
+  WritePlan(rec, plan);
+  Patch(rec, plan[plan.size() - 5].offset + 5, {0, 0, 0, 0});
+  EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
+  WritePlan(rec, plan);
+  CutTo(rec, EndOf(plan.back()) - 1);
   EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
   std::filesystem::remove(Path("cam01.idx"));
   EXPECT_EQ(E_FAIL, GetZMFileEndTime(rec.c_str(), &ft));
@@ -246,7 +227,7 @@ TEST_F(ZMReaderTest, VideoDataCodecsAndPictureSizes) {
   EXPECT_EQ(77, size);
 }
 
-TEST_F(ZMReaderTest, IndexNamesDifferForAFolderWithADot) {
+TEST_F(ZMReaderTest, IndexNamesDifferBetweenTheFunctionsForAFolderWithADot) {
   // rec.v2/cam01.dat: TimeToFilePos cuts at the first dot and reads rec.idx
   // beside the folder; the end time cuts at the last dot (rec.v2/cam01.idx).
   std::filesystem::create_directory(Path("rec.v2"));
@@ -271,6 +252,17 @@ TEST_F(ZMReaderTest, IndexNamesDifferForAFolderWithADot) {
   EXPECT_EQ(TestStart() + Ms(plan.back().time), FileTimeToInt64(ft));
   Spit(Path("rec.v2/cam01.idx"), std::string(16, '\0') + std::string(16, '\xff'));
   EXPECT_EQ(E_FAIL, GetZMFileEndTime(dotted.c_str(), &ft));
+
+  // The check uses the index beside the file too: it cuts cam01.idx at an
+  // entry off its record and leaves the decoy alone.
+  WritePlan(dotted, plan);
+  const auto index = IndexOf(Path("rec.v2/cam01.idx"));
+  StoreIndexEntry(e, ZMIndexEntry{index[1].time, index[1].frame, index[1].offset + 4});
+  Patch(Path("rec.v2/cam01.idx"), 32, std::vector<uint8_t>(e, e + 16));
+  __int64 end = 0;
+  ZCheckZMFile(dotted.c_str(), &end);
+  EXPECT_EQ(32u, std::filesystem::file_size(Path("rec.v2/cam01.idx")));
+  EXPECT_EQ(decoy, Slurp(Path("rec.idx")));
 }
 
 }  // namespace

@@ -26,15 +26,12 @@ struct PlannedRecord {
   uint64_t offset = 0;  // filled by Plan(): where the head will be
 };
 
-inline int64_t FileTimeOf(WORD y, WORD mo, WORD d, WORD h, WORD mi, WORD s, WORD ms = 0) {
-  SYSTEMTIME st{y, mo, 0, d, h, mi, s, ms};
+// 2008-03-15 12:00:00, the origin of every test recording.
+inline int64_t TestStart() {
   FILETIME ft{};
-  EXPECT_TRUE(SystemTimeToFileTime(st, &ft));
+  EXPECT_TRUE(SystemTimeToFileTime(SYSTEMTIME{2008, 3, 0, 15, 12, 0, 0, 0}, &ft));
   return FileTimeToInt64(ft);
 }
-
-// 2008-03-15 12:00:00, the origin of every test recording.
-inline int64_t TestStart() { return FileTimeOf(2008, 3, 15, 12, 0, 0); }
 
 // Video at `fps` with a key frame every `keyEvery` frames and audio every
 // 100 ms, sizes varying around `mean`, for `seconds`.

@@ -20,7 +20,7 @@ class TimeToFilePosTest : public TestHome {
   }
 };
 
-TEST_F(TimeToFilePosTest, BeforeTheStartAndAtOrAfterTheDuration) {
+TEST_F(TimeToFilePosTest, BeforeTheStartAtOrAfterTheDurationAndDataRunningOut) {
   const std::string rec = Path("a.dat");
   const auto plan = Plan(2);
   WritePlan(rec, plan);
@@ -37,12 +37,7 @@ TEST_F(TimeToFilePosTest, BeforeTheStartAndAtOrAfterTheDuration) {
   ASSERT_EQ(plan.back().time, plan[plan.size() - 2].time);
   EXPECT_EQ(S_OK, At(rec, Ms(plan.back().time) - 1, &off));
   EXPECT_EQ(static_cast<int64_t>(plan[plan.size() - 2].offset), off);
-}
 
-TEST_F(TimeToFilePosTest, DataRunningOutBeforeTheDurationIsSFalse) {
-  const std::string rec = Path("a.dat");
-  const auto plan = Plan(2);
-  WritePlan(rec, plan);
   // A duration far beyond the records and a data area that ends before the
   // file does (as the check leaves a repaired file): the walk passes the end
   // of the data area without finding the moment.
@@ -50,7 +45,6 @@ TEST_F(TimeToFilePosTest, DataRunningOutBeforeTheDurationIsSFalse) {
   uint8_t length[8];
   StoreLE<uint64_t>(length, plan.back().offset - kZMDefaultDataOffset);
   Patch(rec, kHdrDataLength, std::vector<uint8_t>(length, length + 8));
-  __int64 off = -1;
   EXPECT_EQ(S_FALSE, At(rec, Ms(plan.back().time) + 1, &off));
   EXPECT_EQ(static_cast<int64_t>(plan.back().offset), off);
   // Where the file ends exactly at the data end the walk reads on and fails.
