@@ -1,11 +1,7 @@
 #include "dravix/config/optionkeys.h"
 #include "dravix/config/optiontext.h"
-#include "dravix/platform/atomic_file.h"
 #include "tests/config/option_fixture.h"
 
-#include <sys/stat.h>
-
-#include <filesystem>
 #include <set>
 
 namespace dravix::test {
@@ -27,8 +23,7 @@ TEST(OptionText, LongTextIsCutToBoundMinusOneAndTerminated) {
 class OptionKeysTest : public OptionHome {};
 
 TEST_F(OptionKeysTest, PathsAreTheDocumentsOwnAndUnique) {
-  auto o = NewOption();
-  config::FillDefaultOptions(*o);
+  auto o = DefaultOption();
   const auto keys = config::ListOptionKeys(*o);
   std::set<std::string> seen;
   for (const auto& k : keys) EXPECT_TRUE(seen.insert(k.path).second) << k.path;
@@ -49,8 +44,7 @@ TEST_F(OptionKeysTest, PathsAreTheDocumentsOwnAndUnique) {
 }
 
 TEST_F(OptionKeysTest, SettingByPathChecksTheValueAgainstTheField) {
-  auto o = NewOption();
-  config::FillDefaultOptions(*o);
+  auto o = DefaultOption();
   std::string err;
   EXPECT_EQ(config::SetOptionKey(*o, "ZeploXML\\Camera\\Camera3\\DsRecord\\FrameRate", "12", &err),
             SetKeyResult::kSet);
@@ -81,25 +75,6 @@ TEST_F(OptionKeysTest, SettingByPathChecksTheValueAgainstTheField) {
   }
   EXPECT_EQ(o->dsDVROption.dsCamera[3].nRecordSecond, 50);
   EXPECT_STREQ(o->dsDVROption.dsCamera[3].szName, "yard");
-}
-
-TEST_F(OptionKeysTest, AtomicReplaceSetsTheModeAndLeavesNoTemporaryFile) {
-  const std::string f = Path("User.zmi");
-  std::string err;
-  ASSERT_TRUE(platform::ReplaceFileAtomically(f, std::string("\0\1secret", 8), 0600, &err)) << err;
-  ASSERT_TRUE(platform::ReplaceFileAtomically(Path("Schedule.zmi"), "abc")) << err;
-  struct stat st {};
-  ASSERT_EQ(stat(f.c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0600u);
-  ASSERT_EQ(stat(Path("Schedule.zmi").c_str(), &st), 0);
-  EXPECT_EQ(st.st_mode & 0777, 0644u);
-  EXPECT_EQ(ReadFile(f), std::string("\0\1secret", 8));
-  size_t entries = 0;
-  for (const auto& e : std::filesystem::directory_iterator(home())) entries += !e.path().empty();
-  EXPECT_EQ(entries, 2u);
-
-  EXPECT_FALSE(platform::ReplaceFileAtomically(home() + "missing/dir/file", "x", 0644, &err));
-  EXPECT_NE(err.find("missing/dir/file"), std::string::npos);
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 
 #include <cstring>
 #include <memory>
-#include <ostream>
 #include <vector>
 
 namespace dravix::test {
@@ -23,11 +22,6 @@ struct Answers {
   int record, visual, manual, ptzLoop, allow, connect, eventFrom;
   bool operator==(const Answers&) const = default;
 };
-
-std::ostream& operator<<(std::ostream& os, const Answers& a) {
-  return os << "{record " << a.record << " visual " << a.visual << " manual " << a.manual << " ptzLoop "
-            << a.ptzLoop << " allow " << a.allow << " connect " << a.connect << " eventFrom " << a.eventFrom << "}";
-}
 
 Answers Read(ISetting* s, int n) {
   return {s->IsRecord(n),      s->IsVisual(n),  s->IsManual(n),    s->IsPTZLoop(n),
@@ -163,25 +157,16 @@ TEST_F(SettingScheduleTest, SensorAndRelayCardIndexes) {
   // its own reader.
   rec_->nSelectedICard = 1;
   rec_->nSelectedOCard = 1;
-  rec_->dsDevice[1].nInput[2] = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 0);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 1);
-  rec_->dsDevice[1].nInput[2] = 1;
-  rec_->dsDevice[1].nOutput[2] = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 1);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 0);
-  rec_->dsDevice[1].nOutput[2] = 1;
-  c.bSensor = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 0);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 1);
-  c.bSensor = 1;
-  c.bToEXTDevice = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 1);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 0);
+  const BOOL gates[][4] = {{0, 1, 1, 1}, {1, 0, 1, 1}, {1, 1, 0, 1}, {1, 1, 1, 0}};
+  for (const BOOL* g : gates) {
+    rec_->dsDevice[1].nInput[2] = g[0];
+    rec_->dsDevice[1].nOutput[2] = g[1];
+    c.bSensor = g[2];
+    c.bToEXTDevice = g[3];
+    Store();
+    EXPECT_EQ(s_->IsSensor(kCam, 2), g[0] && g[2] ? 1 : 0);
+    EXPECT_EQ(s_->IsExternal(kCam, 2), g[1] && g[3] ? 1 : 0);
+  }
 }
 
 TEST_F(SettingScheduleTest, SensorAndRelayFromTheTask) {
@@ -243,30 +228,25 @@ TEST_F(SettingScheduleTest, IsActionCopiesTheBlockThatApplies) {
     EXPECT_TRUE(SameBytes(out, on == 1 ? stored : untouched));
   }
 
-  // An enabled schedule: the task's flag and block, whatever is stored.
+  // An enabled schedule: the task's flag and block, whatever is stored;
+  // no action when no task holds now.
   Stored(kCam).bAction = 1;
   Store();
-  tagDSWORKTASK t = Morning(1, 1);
-  t.nActionFlag = 1;
-  t.dsAction = task;
-  Schedule(kCam, 1, t);
-  tagDSACTIONOPTION out = untouched;
-  EXPECT_EQ(s_->IsAction(kCam, out), 1);
-  EXPECT_TRUE(SameBytes(out, task));
-
-  t.nActionFlag = 0;
-  Schedule(kCam, 1, t);
-  out = untouched;
-  EXPECT_EQ(s_->IsAction(kCam, out), 0);
-  EXPECT_TRUE(SameBytes(out, untouched));
-
-  // Enabled but no task holds now: no action.
-  t.nActionFlag = 1;
-  Schedule(kCam, 1, t);
-  clock_.Set(2008, 3, 17, 12, 0, 0);
-  out = untouched;
-  EXPECT_EQ(s_->IsAction(kCam, out), 0);
-  EXPECT_TRUE(SameBytes(out, untouched));
+  const struct {
+    LONG flag;
+    int hour, expected;
+  } rows[] = {{1, 10, 1}, {0, 10, 0}, {1, 12, 0}};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.hour * 10 + r.flag);
+    tagDSWORKTASK t = Morning(1, 1);
+    t.nActionFlag = r.flag;
+    t.dsAction = task;
+    Schedule(kCam, 1, t);
+    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    tagDSACTIONOPTION out = untouched;
+    EXPECT_EQ(s_->IsAction(kCam, out), r.expected);
+    EXPECT_TRUE(SameBytes(out, r.expected ? task : untouched));
+  }
 }
 
 TEST_F(SettingScheduleTest, FlashAndSingleViewReaders) {
