@@ -182,7 +182,6 @@ TEST_F(LegacyTest, UnversionedFileBeginsWithTheSiteName) {
   EXPECT_EQ(s->MigrationResult().files[0].layout, config::LegacyLayout::kUnversioned);
   EXPECT_STREQ(s->GetSiteName(), "Oldest");
   EXPECT_STREQ(s->GetCameraName(2), "Old cam 2");
-  EXPECT_EQ(s->GetModemPort(0), 1);
   tagDSDVROPTION rec;
   s->LoadDVROption(rec);
   EXPECT_EQ(rec.nVersion, 1500);
