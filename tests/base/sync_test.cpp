@@ -20,8 +20,7 @@ TEST(Event, ManualStaysSetAutoReleasesOnce) {
   ZEvent manual;  // no argument: manual-reset
   EXPECT_EQ(manual.Wait(0), 0);
   manual.Set();
-  EXPECT_EQ(manual.Wait(0), 1);
-  EXPECT_EQ(manual.Check(), 1);
+  EXPECT_EQ(manual.Wait(0) + manual.Check(), 2);
   manual.Reset();
   EXPECT_EQ(manual.Check(), 0);
 
@@ -84,12 +83,10 @@ TEST(Unknown, CountingQueryAndCopies) {
   EXPECT_EQ(obj->refCount, 0);  // QueryInterface does not count
   EXPECT_EQ(obj->AddRef(), 1u);
   EXPECT_EQ(obj->AddRef(), 2u);
-  EXPECT_EQ(obj->AddRef(), 3u);
   bool copyGone = false;
-  Counted copy(*obj);
+  Counted copy(*obj);  // copies carry the count
   copy.gone = &copyGone;
-  EXPECT_EQ(copy.refCount, 3);
-  EXPECT_EQ(obj->Release(), 2u);
+  EXPECT_EQ(copy.refCount, 2);
   EXPECT_EQ(obj->Release(), 1u);
   EXPECT_FALSE(gone);
   EXPECT_EQ(obj->Release(), 0u);
@@ -219,8 +216,7 @@ TEST(MessageQueue, PostsToUnknownOrFinishedThreadsFail) {
   int ran = 0;
   ASSERT_TRUE(pf::PostThreadMessage(pf::CurrentThreadId(), [&] { ++ran; }));
   ASSERT_TRUE(pf::PostThreadMessage(pf::CurrentThreadId(), [&] { ran *= 10; }));
-  EXPECT_TRUE(pf::PeekAndDispatchMessage());
-  EXPECT_TRUE(pf::PeekAndDispatchMessage());
+  EXPECT_TRUE(pf::PeekAndDispatchMessage() && pf::PeekAndDispatchMessage());
   EXPECT_FALSE(pf::PeekAndDispatchMessage());
   EXPECT_EQ(ran, 10);  // in posting order
 }
