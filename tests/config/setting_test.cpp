@@ -125,20 +125,5 @@ TEST_F(SettingTest, StartUpOpensIOCardsAndWritesTheAudioDeviceList) {
   EXPECT_EQ(s->DeviceInit(), 3);
 }
 
-TEST_F(SettingTest, ReadDVROptionFromFileNeedsTheWholeRecord) {
-  ISetting* s = ISetting::Instance();
-  auto rec = std::make_unique<tagDSDVROPTION>();
-  s->LoadDVROption(*rec);
-  std::snprintf(rec->dsGeneral.szSiteName, 32, "From file");
-  std::string bytes(reinterpret_cast<const char*>(rec.get()), sizeof *rec);
-  WriteFile("whole.bin", bytes);
-  WriteFile("short.bin", bytes.substr(0, 1000));
-  EXPECT_EQ(s->ReadDVROptionFromFile(Path("short.bin").c_str()), 0);
-  EXPECT_EQ(s->ReadDVROptionFromFile(Path("none.bin").c_str()), 0);
-  EXPECT_STRNE(s->GetSiteName(), "From file");
-  EXPECT_EQ(s->ReadDVROptionFromFile(Path("whole.bin").c_str()), 1);
-  EXPECT_STREQ(s->GetSiteName(), "From file");
-}
-
 }  // namespace
 }  // namespace dravix::test

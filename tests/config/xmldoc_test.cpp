@@ -190,8 +190,6 @@ TEST_F(XmlDocTest, MissingElementsGiveTheLoaderDefaults) {
   EXPECT_STREQ(o->dsDVROption.dsCamera[1].dsAction.szFaxComPort, "Com 1");
   EXPECT_STREQ(o->dsDVROption.dsCamera[1].dsAction.szSelNur, "");
   EXPECT_EQ(o->dsPreference.nTimelineInterval, 3600);
-  EXPECT_EQ(o->dsPreference.nBackupPeriod, 30);
-  EXPECT_STREQ(o->dsPreference.szBackupPath, "30");
 }
 
 TEST_F(XmlDocTest, PagerSettingsLiveBesideTheDefaultPagerElement) {
@@ -273,23 +271,6 @@ TEST_F(XmlDocTest, TextsStayTheSameAcrossSavesOfALatin1Document) {
   ZXMLMGR().SaveOption(*o, 0);
   EXPECT_STREQ(LoadFresh()->dsDVROption.dsGeneral.szSiteName, "caf\xc3\xa9");
   EXPECT_EQ(XPath(DocPath(), "string(/*/General/SiteName)"), "caf\xc3\xa9");
-}
-
-TEST_F(XmlDocTest, PlayerSaveKeepsTheRecordersNewerSections) {
-  ZXMLMGR recorder, player;
-  auto rec = NewOption();
-  recorder.LoadOption(*rec);
-  auto ply = NewOption();
-  player.LoadPlayerOption(*ply);
-
-  config::CopyOptionText(rec->dsDVROption.dsGeneral.szSiteName, "changed by the recorder");
-  recorder.SaveOption(*rec, 0);
-  ply->dsPreference.bLoopPlay = 1;
-  ASSERT_EQ(player.SavePlayerOption(*ply), 1);
-
-  auto back = LoadFresh();
-  EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "changed by the recorder");
-  EXPECT_EQ(back->dsPreference.bLoopPlay, 1);
 }
 
 TEST_F(XmlDocTest, LoadLeavesVersionAndDeviceTableAlone) {
