@@ -150,7 +150,8 @@ TEST_F(Files, DiskSpaceOfTheProgramFolder) {
   ASSERT_EQ(GetDiskSpace(home().c_str(), space), 1);
   EXPECT_GT(space.totalBytes, 0u);
   EXPECT_TRUE(space.freeBytesAvailable <= space.totalFreeBytes && space.totalFreeBytes <= space.totalBytes);
-  EXPECT_EQ(GetDiskFreeSpaceA(home().c_str()), static_cast<__int64>(space.totalFreeBytes));
+  // Other processes write meanwhile: the second reading is only close.
+  EXPECT_NEAR(static_cast<double>(GetDiskFreeSpaceA(home().c_str())), static_cast<double>(space.totalFreeBytes), 64e6);
   std::string folder = home();
   EXPECT_EQ(CheckDiskFreeSize(0, folder.data()), 1);
   EXPECT_EQ(CheckDiskFreeSize(UINT64_MAX, folder.data()), 0);
