@@ -308,7 +308,8 @@ TEST_F(XmlDocTest, KilledSaverLeavesTheOldOrTheNewDocument) {
     int parsed = 0;
     auto got = LoadFresh(&parsed);
     ASSERT_EQ(parsed, 1) << "round " << round << ": the file was torn";
-    ASSERT_TRUE(SameRecord(*got, *a) || SameRecord(*got, *b)) << "round " << round << ": site name " << got->dsDVROption.dsGeneral.szSiteName;
+    ASSERT_TRUE(SameRecord(*got, *a) || SameRecord(*got, *b))
+        << "round " << round << ": site name " << got->dsDVROption.dsGeneral.szSiteName;
   }
 }
 
