@@ -31,18 +31,9 @@ void EditFile(const std::string& path, const std::string& anchor, const std::str
   std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
 
-// Sets the text of the first element `tag` after `anchor` (either form:
-// <tag>...</tag> or <tag />).
+// Sets the text of the first element `tag` after `anchor`.
 void SetElement(const std::string& path, const std::string& anchor, const std::string& tag, const std::string& text) {
-  const std::string content = Slurp(path);
-  const size_t a = content.find(anchor);
-  ASSERT_NE(a, std::string::npos);
-  const size_t open = content.find("<" + tag + ">", a), empty = content.find("<" + tag + " />", a);
-  const std::string element = "<" + tag + ">" + text + "</" + tag + ">";
-  if (empty < open)
-    EditFile(path, anchor, "<" + tag + " />", ">", element);
-  else
-    EditFile(path, anchor, "<" + tag + ">", "</" + tag + ">", element);
+  EditFile(path, anchor, "<" + tag + ">", "</" + tag + ">", "<" + tag + ">" + text + "</" + tag + ">");
 }
 
 class XmlDocTest : public OptionHome {};
@@ -233,10 +224,10 @@ TEST_F(XmlDocTest, TextsAreCutInsideTheirBoundAndFloatsWrittenWithSixDecimals) {
   EXPECT_EQ(XPath(DocPath(), "string(/*/General/Recycle/AutoUpdateRecycleDay)"), "0.950000");
   const std::string longName(100, 'n');
   SetElement(DocPath(), "<Camera1>", "Name", longName);
-  SetElement(DocPath(), "<General>", "SMTPServer", std::string(2000, 'm'));
+  SetElement(DocPath(), "<Map>", "MapFile", std::string(2000, 'm'));
   auto back = LoadFresh();
   EXPECT_EQ(std::string(back->dsDVROption.dsCamera[1].szName), std::string(31, 'n'));
-  EXPECT_EQ(std::string(back->dsDVROption.dsGeneral.dsEventReport.szSMTPServer), std::string(259, 'm'));
+  EXPECT_EQ(std::string(back->dsDVROption.dsMap.szMapFile), std::string(259, 'm'));
   EXPECT_FLOAT_EQ(back->dsDVROption.dsGeneral.dsRecycle.fKeepRatio, 0.95f);
 }
 
