@@ -62,13 +62,6 @@ constexpr size_t kRowCount = sizeof kRows / sizeof kRows[0];
 
 class Switches : public dravix::test::TestHome {
  protected:
-  void Set(const char* file, const char* section, const char* key, const char* value) {
-    ASSERT_TRUE(dravix::platform::WritePrivateProfileStringA(section, key, value, Path(file).c_str()));
-  }
-  void ClearFiles() {
-    for (const char* f : {"Live.ini", "OEM.ini", "LiveTag.ini"}) std::filesystem::remove(Path(f));
-  }
-
   // Every switch evaluated in a fresh child process (so kept answers start
   // unread): the rows in order, then the two ratios.
   std::vector<double> EvaluateInChild() {
@@ -115,8 +108,9 @@ TEST_F(Switches, EachSwitchReadsItsOwnKeyAndRule) {
   } givens[] = {{"1", &Row::given1}, {"2", &Row::given2}, {"on", &Row::givenText}};
   for (size_t i = 0; i < kRowCount; ++i) {
     for (const Given& g : givens) {
-      ClearFiles();
-      Set(kRows[i].file, kRows[i].section, kRows[i].key, g.text);
+      for (const char* f : {"Live.ini", "OEM.ini", "LiveTag.ini"}) std::filesystem::remove(Path(f));
+      ASSERT_TRUE(dravix::platform::WritePrivateProfileStringA(kRows[i].section, kRows[i].key, g.text,
+                                                               Path(kRows[i].file).c_str()));
       const std::vector<double> v = EvaluateInChild();
       for (size_t j = 0; j < kRowCount; ++j) {
         const DWORD want = j == i ? kRows[i].*g.want : kRows[j].byDefault;

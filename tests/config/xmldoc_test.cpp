@@ -127,16 +127,15 @@ TEST_F(XmlDocTest, MalformedFilesAreReplacedByTheDefaultDocument) {
   }
 }
 
-// The reading rules, each on one element of an otherwise default document.
-struct ReadCase {
-  const char* element;  // an element of camera 0
-  std::string text;     // what the file says
-  LONG expected;
-};
-
+// The reading rules, each on one element of camera 0 in an otherwise
+// default document.
 TEST_F(XmlDocTest, NumbersAndSwitchesAreReadAsTheDocumentDefines) {
   const std::string zeros1022(1022, '0'), zeros1023(1023, '0');
-  const ReadCase cases[] = {
+  const struct {
+    const char* element;
+    std::string text;
+    LONG expected;
+  } cases[] = {
       {"Record", "2", 0},           // only 1 is on
       {"Record", "1", 1},
       {"Record", "0", 0},
