@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstring>
 #include <random>
+#include <utility>
 
 namespace {
 
@@ -31,12 +32,7 @@ int64_t Unix(const SYSTEMTIME& t) {
 TEST(ZmTime, PacksToTheSecondAndUnpacksMilliseconds) {
   EXPECT_EQ(SysTimeToZMTime(T(2008, 3, 15, 12, 34, 56, 789)), 20080315123456000LL);
   const SYSTEMTIME back = ZMTimeToSysTime(20080315123456789LL);
-  EXPECT_EQ(back.wYear, 2008);
-  EXPECT_EQ(back.wMonth, 3);
-  EXPECT_EQ(back.wDay, 15);
-  EXPECT_EQ(back.wHour, 12);
-  EXPECT_EQ(back.wMinute, 34);
-  EXPECT_EQ(back.wSecond, 56);
+  EXPECT_EQ(Unix(back), Unix(T(2008, 3, 15, 12, 34, 56)));
   EXPECT_EQ(back.wMilliseconds, 789);
 }
 
@@ -58,15 +54,10 @@ TEST(Compare, MillisecondsAndDayOfWeekNeverCount) {
   SYSTEMTIME a = T(2008, 3, 15, 12, 0, 0, 1);
   SYSTEMTIME b = T(2008, 3, 15, 12, 0, 0, 999);
   b.wDayOfWeek = 6;
-  EXPECT_TRUE(a == b);
-  EXPECT_FALSE(a != b);
-  EXPECT_FALSE(a < b);
-  EXPECT_FALSE(a > b);
-  EXPECT_TRUE(a <= b);
-  EXPECT_TRUE(a >= b);
+  EXPECT_TRUE(a == b && a <= b && a >= b);
+  EXPECT_FALSE(a != b || a < b || a > b);
   const SYSTEMTIME c = T(2008, 3, 15, 12, 0, 1);
-  EXPECT_TRUE(a < c);
-  EXPECT_TRUE(c > a);
+  EXPECT_TRUE(a < c && c > a && a != c && !(c <= a));
   EXPECT_TRUE(tagDSSYSTIMEPERIOD({a, c}) < tagDSSYSTIMEPERIOD({c, a}));
   EXPECT_FALSE(tagDSSYSTIMEPERIOD({a, c}) < tagDSSYSTIMEPERIOD({b, a}));  // ends ignored
 }
@@ -103,35 +94,35 @@ TEST(Difference, EveryWholeSecondDifferenceIsExact) {
   }
 }
 
-TEST(Arithmetic, AddingOneSecondRepeatedlyNeverDrifts) {
+TEST(Arithmetic, AddingOneSecondRepeatedlyNeverDriftsAndMillisecondsDrop) {
   SYSTEMTIME t = T(2008, 2, 29, 23, 0, 0);
   for (int i = 0; i < 7200; ++i) t = PlusTime(t, 1);
   EXPECT_EQ(SysTimeToZMTime(t), 20080301010000000LL);
   EXPECT_EQ(t.wDayOfWeek, 6);  // 2008-03-01 was a Saturday
   for (int i = 0; i < 7200; ++i) t = MinusTime(t, 1);
   EXPECT_EQ(SysTimeToZMTime(t), 20080229230000000LL);
-}
 
-TEST(Arithmetic, ResultsDropMillisecondsAndAddTimeWithDaysHasNoEffect) {
-  const SYSTEMTIME t = T(2008, 3, 15, 12, 34, 56, 789);
-  EXPECT_EQ(PlusTime(t, 0).wMilliseconds, 0);
-  EXPECT_EQ(SysTimeToZMTime(PlusTime(t, -86400 * 366)), 20070315123456000LL);  // back over Feb 29
-  SYSTEMTIME copy = t;
+  // Results drop milliseconds; AddTime with days has no visible effect.
+  const SYSTEMTIME m = T(2008, 3, 15, 12, 34, 56, 789);
+  EXPECT_EQ(PlusTime(m, 0).wMilliseconds, 0);
+  EXPECT_EQ(SysTimeToZMTime(PlusTime(m, -86400 * 366)), 20070315123456000LL);  // back over Feb 29
+  SYSTEMTIME copy = m;
   AddTime(copy, 1.0);
-  EXPECT_EQ(std::memcmp(&copy, &t, sizeof t), 0);
+  EXPECT_EQ(std::memcmp(&copy, &m, sizeof m), 0);
 }
 
 TEST(OleDate, ConvertsBothWaysAndRoundsToTheNearestSecond) {
+  // Before the epoch the days count back, the fraction still runs forward.
+  const std::pair<SYSTEMTIME, double> cases[] = {
+      {T(1899, 12, 30), 0.0}, {T(2000, 1, 1, 6), 36526.25}, {T(1899, 12, 29, 6), -1.25}};
   double v = 0;
-  ASSERT_EQ(SystemTimeToVariantTime(T(1899, 12, 30), &v), 1);
-  EXPECT_EQ(v, 0.0);
-  ASSERT_EQ(SystemTimeToVariantTime(T(2000, 1, 1, 6), &v), 1);
-  EXPECT_DOUBLE_EQ(v, 36526.25);
-  ASSERT_EQ(SystemTimeToVariantTime(T(1899, 12, 29, 6), &v), 1);
-  EXPECT_DOUBLE_EQ(v, -1.25);  // days count back, the fraction still runs forward
   SYSTEMTIME back{};
-  ASSERT_EQ(VariantTimeToSystemTime(-1.25, &back), 1);
-  EXPECT_EQ(SysTimeToZMTime(back), 18991229060000000LL);
+  for (const auto& [t, days] : cases) {
+    ASSERT_EQ(SystemTimeToVariantTime(t, &v), 1);
+    EXPECT_DOUBLE_EQ(v, days);
+    ASSERT_EQ(VariantTimeToSystemTime(days, &back), 1);
+    EXPECT_EQ(SysTimeToZMTime(back), SysTimeToZMTime(t));
+  }
   // 0.4999 s short of 12:00:01 rounds up to it.
   ASSERT_EQ(VariantTimeToSystemTime(36526.5 + 0.5001 / 86400, &back), 1);
   EXPECT_EQ(SysTimeToZMTime(back), 20000101120001000LL);
@@ -214,14 +205,10 @@ TEST(TimeOfDay, DailyWindowsOverMidnight) {
 }
 
 TEST(Calendar, DaysInMonthWithPassThrough) {
-  EXPECT_EQ(TellFromDay(2, 1900), 28u);
-  EXPECT_EQ(TellFromDay(2, 2000), 29u);
-  EXPECT_EQ(TellFromDay(2, 2008), 29u);
-  EXPECT_EQ(TellFromDay(2, 2007), 28u);
-  EXPECT_EQ(TellFromDay(4, 2008), 30u);
-  EXPECT_EQ(TellFromDay(12, 2008), 31u);
-  EXPECT_EQ(TellFromDay(13, 2008), 13u);
-  EXPECT_EQ(TellFromDay(0, 2008), 0u);
+  // {month, year, answer}: months outside 1..12 come back unchanged.
+  const unsigned cases[][3] = {{2, 1900, 28}, {2, 2000, 29}, {2, 2008, 29}, {2, 2007, 28},
+                               {4, 2008, 30}, {12, 2008, 31}, {13, 2008, 13}, {0, 2008, 0}};
+  for (const auto& c : cases) EXPECT_EQ(TellFromDay(c[0], c[1]), c[2]) << c[0] << "/" << c[1];
   EXPECT_EQ(FormatSTTIME(T(2008, 3, 15, 12, 34, 56)), "2008/03/15 12:34:56:0000");
   EXPECT_EQ(FormatSTTIME(T(2008, 3, 5, 1, 2, 3, 45)), "2008/03/05 01:02:03:0045");
 }

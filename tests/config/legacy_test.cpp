@@ -125,8 +125,7 @@ TEST_F(LegacyTest, Version1100LeavesRestartTimeDynamicIPAndPOSAtDefaults) {
   EXPECT_STREQ(s->GetDIPServer(), "127.0.0.1");
   tagDSGENERALOPTION g;
   s->GetGeneral(g);
-  auto def = NewOption();
-  config::FillDefaultOptions(*def);
+  auto def = DefaultOption();
   EXPECT_EQ(std::memcmp(&g.stAutoResetTime, &def->dsDVROption.dsGeneral.stAutoResetTime, sizeof(SYSTEMTIME)), 0);
   tagDSPOSOPTION pos;
   s->GetPosInfo(pos, 7);
@@ -166,8 +165,7 @@ TEST_F(LegacyTest, Version1200ReadsTheOlderCameraFieldByField) {
   EXPECT_EQ(s->GetImageFilterValue(15, 4), 5);
   EXPECT_EQ(s->GetImageFilterValue(15, 5), kDSFilterOff);
   EXPECT_EQ(s->GetImageFilterValue(15, 6), kDSFilterOff);
-  auto def = NewOption();
-  config::FillDefaultOptions(*def);
+  auto def = DefaultOption();
   EXPECT_EQ(s->IsPreRecoding(15), def->dsDVROption.dsCamera[15].bPreRecoding);
   EXPECT_EQ(s->GetPreRecodingInterval(15), def->dsDVROption.dsCamera[15].nPreRecodingSec);
   EXPECT_FALSE(FileExists(OptionFile().c_str()));
@@ -184,7 +182,6 @@ TEST_F(LegacyTest, UnversionedFileBeginsWithTheSiteName) {
   EXPECT_EQ(s->MigrationResult().files[0].layout, config::LegacyLayout::kUnversioned);
   EXPECT_STREQ(s->GetSiteName(), "Oldest");
   EXPECT_STREQ(s->GetCameraName(2), "Old cam 2");
-  EXPECT_EQ(s->GetModemPort(0), 1);
   tagDSDVROPTION rec;
   s->LoadDVROption(rec);
   EXPECT_EQ(rec.nVersion, 1500);
@@ -234,8 +231,7 @@ TEST_F(LegacyTest, HostileFilesLeaveDefaultsAndStay) {
   WriteFile("TALKOption.zmi", std::string(100, 'x'));
 
   ISetting* s = ISetting::Instance();
-  auto def = NewOption();
-  config::FillDefaultOptions(*def);
+  auto def = DefaultOption();
   EXPECT_STREQ(s->GetSiteName(), def->dsDVROption.dsGeneral.szSiteName);
   tagDSAUDIOEXPRESS a;
   s->LoadAudioExpressOption(a);

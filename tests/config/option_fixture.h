@@ -42,20 +42,38 @@ class OptionHome : public TestHome {
   }
 };
 
-// The result of an XPath expression on a file, by xmllint (libxml2): a
-// parser that shares nothing with ours. "<error>" when xmllint fails.
-inline std::string XPath(const std::string& file, const std::string& expr) {
-  const std::string cmd = "xmllint --xpath \"" + expr + "\" '" + file + "' 2>/dev/null";
-  FILE* p = popen(cmd.c_str(), "r");
-  if (p == nullptr) return "<error>";
+// Runs a shell command; returns what it printed on stdout and, in
+// *status, its wait status.
+inline std::string RunCommand(const std::string& command, int* status) {
   std::string out;
+  *status = -1;
+  FILE* p = popen(command.c_str(), "r");
+  if (p == nullptr) return out;
   char buf[4096];
   size_t n;
   while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  const int status = pclose(p);
+  *status = pclose(p);
+  return out;
+}
+
+// The result of an XPath expression on a file, by xmllint (libxml2): a
+// parser that shares nothing with ours. "<error>" when xmllint fails.
+inline std::string XPath(const std::string& file, const std::string& expr) {
+  int status = 0;
+  std::string out = RunCommand("xmllint --xpath \"" + expr + "\" '" + file + "' 2>/dev/null", &status);
   if (status != 0) return "<error>";
   while (!out.empty() && out.back() == '\n') out.pop_back();
   return out;
+}
+
+inline bool SameRecord(const tagDSZEPLODVROPTION& a, const tagDSZEPLODVROPTION& b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+inline std::unique_ptr<tagDSZEPLODVROPTION> DefaultOption() {
+  auto o = std::make_unique<tagDSZEPLODVROPTION>();
+  config::FillDefaultOptions(*o);
+  return o;
 }
 
 // Gives every setting a value drawn from a seeded generator; text arrays

@@ -2,6 +2,7 @@
 // answer until a task of the camera's enabled schedule holds now; then the
 // task does. Also the sensor/relay card tests and the pass-throughs to the
 // dispatcher.
+#include "dravix/base/ztime.h"
 #include "dravix/config/setting.h"
 #include "dravix/schedule/idispatcher.h"
 #include "tests/config/option_fixture.h"
@@ -9,9 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <memory>
-#include <ostream>
 #include <vector>
 
 namespace dravix::test {
@@ -23,11 +24,6 @@ struct Answers {
   int record, visual, manual, ptzLoop, allow, connect, eventFrom;
   bool operator==(const Answers&) const = default;
 };
-
-std::ostream& operator<<(std::ostream& os, const Answers& a) {
-  return os << "{record " << a.record << " visual " << a.visual << " manual " << a.manual << " ptzLoop "
-            << a.ptzLoop << " allow " << a.allow << " connect " << a.connect << " eventFrom " << a.eventFrom << "}";
-}
 
 Answers Read(ISetting* s, int n) {
   return {s->IsRecord(n),      s->IsVisual(n),  s->IsManual(n),    s->IsPTZLoop(n),
@@ -114,14 +110,10 @@ TEST_F(SettingScheduleTest, AnotherCamerasTaskDoesNotAnswer) {
   // Camera 5's task becomes the manager's current one; camera kCam has no
   // enabled schedule and must still answer from its stored options.
   tagDSWORKTASK t = Morning(1, 1);
-  t.bVisual = 1;
-  t.bManual = 1;
+  t.bVisual = t.bManual = 1;
   Schedule(5, 1, t);
-  Stored(kCam).bRecord = 0;
-  Stored(kCam).bVisual = 0;
-  Stored(kCam).bManual = 0;
-  Stored(kCam).bConnection = 0;
-  Stored(kCam).bSensor = 0;
+  tagDSCAMERAOPTION& c = Stored(kCam);
+  c.bRecord = c.bVisual = c.bManual = c.bConnection = c.bSensor = 0;
   Store();
   EXPECT_EQ(s_->IsRecord(5), 1);
   EXPECT_EQ(Read(s_, kCam), (Answers{0, 0, 0, 0, 0, 0, 0}));
@@ -163,58 +155,41 @@ TEST_F(SettingScheduleTest, SensorAndRelayCardIndexes) {
   // its own reader.
   rec_->nSelectedICard = 1;
   rec_->nSelectedOCard = 1;
-  rec_->dsDevice[1].nInput[2] = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 0);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 1);
-  rec_->dsDevice[1].nInput[2] = 1;
-  rec_->dsDevice[1].nOutput[2] = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 1);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 0);
-  rec_->dsDevice[1].nOutput[2] = 1;
-  c.bSensor = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 0);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 1);
-  c.bSensor = 1;
-  c.bToEXTDevice = 0;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 2), 1);
-  EXPECT_EQ(s_->IsExternal(kCam, 2), 0);
+  const BOOL gates[][4] = {{0, 1, 1, 1}, {1, 0, 1, 1}, {1, 1, 0, 1}, {1, 1, 1, 0}};
+  for (const BOOL* g : gates) {
+    rec_->dsDevice[1].nInput[2] = g[0];
+    rec_->dsDevice[1].nOutput[2] = g[1];
+    c.bSensor = g[2];
+    c.bToEXTDevice = g[3];
+    Store();
+    EXPECT_EQ(s_->IsSensor(kCam, 2), g[0] && g[2] ? 1 : 0);
+    EXPECT_EQ(s_->IsExternal(kCam, 2), g[1] && g[3] ? 1 : 0);
+  }
 }
 
 TEST_F(SettingScheduleTest, SensorAndRelayFromTheTask) {
-  // Nothing stored would fire; a task that reports the trigger fires every
-  // line, and a task that does not falls back to the stored options.
+  // A task that reports the trigger fires every line; a task that does not
+  // falls back to the stored options, which fire line 7.
   rec_->nSelectedICard = 0;
-  rec_->nSelectedOCard = 0;
-  Store();
-  tagDSWORKTASK t = Morning(1, 1);
-  t.bSensor = 1;
-  t.bExternal = 1;
-  Schedule(kCam, 1, t);
-  EXPECT_EQ(s_->IsSensor(kCam, 7), 1);
-  EXPECT_EQ(s_->IsExternal(kCam, 7), 1);
-  clock_.Set(2008, 3, 17, 12, 0, 0);
-  EXPECT_EQ(s_->IsSensor(kCam, 7), 0);
-  EXPECT_EQ(s_->IsExternal(kCam, 7), 0);
-
-  clock_.Set(2008, 3, 17, 10, 0, 0);
-  t.bSensor = 0;
-  t.bExternal = 0;
-  Schedule(kCam, 1, t);
-  tagDSCAMERAOPTION& c = Stored(kCam);
-  c.bSensor = 1;
-  c.bToEXTDevice = 1;
-  c.dsSensorDevice.nDevice[7] = 1;
-  c.dsEXTDevice.nDevice[7] = 1;
   rec_->nSelectedOCard = 2;
-  rec_->dsDevice[0].nInput[7] = 1;
-  rec_->dsDevice[2].nOutput[7] = 1;
-  Store();
-  EXPECT_EQ(s_->IsSensor(kCam, 7), 1);
-  EXPECT_EQ(s_->IsExternal(kCam, 7), 1);
+  tagDSCAMERAOPTION& c = Stored(kCam);
+  c.dsSensorDevice.nDevice[7] = c.dsEXTDevice.nDevice[7] = 1;
+  rec_->dsDevice[0].nInput[7] = rec_->dsDevice[2].nOutput[7] = 1;
+  const struct {
+    BOOL stored, fromTask;
+    int hour, expected;
+  } rows[] = {{0, 1, 10, 1}, {0, 1, 12, 0}, {1, 0, 10, 1}, {0, 0, 10, 0}};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(&r - rows);
+    c.bSensor = c.bToEXTDevice = r.stored;
+    Store();
+    tagDSWORKTASK t = Morning(1, 1);
+    t.bSensor = t.bExternal = r.fromTask;
+    Schedule(kCam, 1, t);
+    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    EXPECT_EQ(s_->IsSensor(kCam, 7), r.expected);
+    EXPECT_EQ(s_->IsExternal(kCam, 7), r.expected);
+  }
 }
 
 // An action block with every byte set from the seed.
@@ -243,74 +218,60 @@ TEST_F(SettingScheduleTest, IsActionCopiesTheBlockThatApplies) {
     EXPECT_TRUE(SameBytes(out, on == 1 ? stored : untouched));
   }
 
-  // An enabled schedule: the task's flag and block, whatever is stored.
+  // An enabled schedule: the task's flag and block, whatever is stored;
+  // no action when no task holds now.
   Stored(kCam).bAction = 1;
   Store();
-  tagDSWORKTASK t = Morning(1, 1);
-  t.nActionFlag = 1;
-  t.dsAction = task;
-  Schedule(kCam, 1, t);
-  tagDSACTIONOPTION out = untouched;
-  EXPECT_EQ(s_->IsAction(kCam, out), 1);
-  EXPECT_TRUE(SameBytes(out, task));
-
-  t.nActionFlag = 0;
-  Schedule(kCam, 1, t);
-  out = untouched;
-  EXPECT_EQ(s_->IsAction(kCam, out), 0);
-  EXPECT_TRUE(SameBytes(out, untouched));
-
-  // Enabled but no task holds now: no action.
-  t.nActionFlag = 1;
-  Schedule(kCam, 1, t);
-  clock_.Set(2008, 3, 17, 12, 0, 0);
-  out = untouched;
-  EXPECT_EQ(s_->IsAction(kCam, out), 0);
-  EXPECT_TRUE(SameBytes(out, untouched));
+  const struct {
+    LONG flag;
+    int hour, expected;
+  } rows[] = {{1, 10, 1}, {0, 10, 0}, {1, 12, 0}};
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.hour * 10 + r.flag);
+    tagDSWORKTASK t = Morning(1, 1);
+    t.nActionFlag = r.flag;
+    t.dsAction = task;
+    Schedule(kCam, 1, t);
+    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    tagDSACTIONOPTION out = untouched;
+    EXPECT_EQ(s_->IsAction(kCam, out), r.expected);
+    EXPECT_TRUE(SameBytes(out, r.expected ? task : untouched));
+  }
 }
 
 TEST_F(SettingScheduleTest, FlashAndSingleViewReaders) {
-  struct Flash {
-    int flash, single, stop, delay;
-    bool operator==(const Flash&) const = default;
-  };
-  const auto read = [&] {
-    return Flash{s_->IsLocalFlashText(kCam), s_->IsChangeSigleView(kCam), s_->IsStopSigleView(kCam),
-                 s_->GetChangeSigleViewTime(kCam)};
-  };
   tagDSCAMERAOPTION& c = Stored(kCam);
   c.dsAction.bFlash = 1;
-  c.dsAction.bSingleView = 0;
   c.dsAction.nDelaySec = 7;
-  c.bAction = 1;
-  Store();
-  EXPECT_TRUE(read() == (Flash{1, 0, 0, 7}));
-  c.dsAction.bSingleView = 1;
-  Store();
-  EXPECT_TRUE(read() == (Flash{1, 1, 1, 7}));
-  c.bAction = 0;
-  Store();
-  EXPECT_TRUE(read() == (Flash{0, 0, 0, 0}));
-
-  // The task's action answers once the schedule is enabled.
-  c.bAction = 1;
-  Store();
-  tagDSWORKTASK t = Morning(1, 1);
-  t.nActionFlag = 1;
-  t.dsAction.bFlash = 0;
-  t.dsAction.bSingleView = 1;
-  t.dsAction.nDelaySec = 9;
-  Schedule(kCam, 0, t);
-  EXPECT_TRUE(read() == (Flash{1, 1, 1, 7})) << "disabled: stored";
-  Schedule(kCam, 1, t);
-  EXPECT_TRUE(read() == (Flash{0, 1, 1, 9}));
-  t.nActionFlag = 0;
-  Schedule(kCam, 1, t);
-  EXPECT_TRUE(read() == (Flash{0, 0, 0, 0}));
-  t.nActionFlag = 1;
-  Schedule(kCam, 1, t);
-  clock_.Set(2008, 3, 17, 12, 0, 0);
-  EXPECT_TRUE(read() == (Flash{0, 0, 0, 0})) << "no task now";
+  const struct {
+    BOOL action, single;  // stored
+    LONG enabled, flag;   // the schedule and its task's action flag
+    int hour;
+    std::vector<int> expected;  // flash, change view, stop view, delay
+  } rows[] = {
+      {1, 0, 0, 1, 10, {1, 0, 0, 7}},
+      {1, 1, 0, 1, 10, {1, 1, 1, 7}},
+      {0, 1, 0, 1, 10, {0, 0, 0, 0}},
+      {1, 1, 1, 1, 10, {0, 1, 1, 9}},  // the task's block
+      {1, 1, 1, 0, 10, {0, 0, 0, 0}},
+      {1, 1, 1, 1, 12, {0, 0, 0, 0}},  // no task now
+  };
+  for (const auto& r : rows) {
+    SCOPED_TRACE(&r - rows);
+    c.bAction = r.action;
+    c.dsAction.bSingleView = r.single;
+    Store();
+    tagDSWORKTASK t = Morning(1, 1);
+    t.nActionFlag = r.flag;
+    t.dsAction.bFlash = 0;
+    t.dsAction.bSingleView = 1;
+    t.dsAction.nDelaySec = 9;
+    Schedule(kCam, r.enabled, t);
+    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    EXPECT_EQ(std::vector<int>({s_->IsLocalFlashText(kCam), s_->IsChangeSigleView(kCam), s_->IsStopSigleView(kCam),
+                                s_->GetChangeSigleViewTime(kCam)}),
+              r.expected);
+  }
 }
 
 TEST_F(SettingScheduleTest, PostingReachesTheDispatcher) {
@@ -323,14 +284,12 @@ TEST_F(SettingScheduleTest, PostingReachesTheDispatcher) {
   Schedule(kCam, 1, Task(TimeOfDay(12, 0), TimeOfDay(13, 0)));
   EXPECT_EQ(s_->PostTimeSchedling(kCam), 1);
   const std::vector<IDispatcher::tagDSTIMEEVENT> events = d->GetTimeEvents();
-  ASSERT_FALSE(events.empty());
-  bool atStart = false;
   for (const auto& e : events) {
     EXPECT_EQ(e.tag, kCam + kScheduleTagBase);
     EXPECT_EQ(e.first, static_cast<UINT_PTR>(kCam));
-    if (e.due.wHour == 12 && e.due.wMinute == 0 && e.due.wDay == 17) atStart = true;
   }
-  EXPECT_TRUE(atStart);
+  EXPECT_TRUE(std::any_of(events.begin(), events.end(),
+                          [](const auto& e) { return e.due.wHour == 12 && e.due.wMinute == 0 && e.due.wDay == 17; }));
   ASSERT_EQ(ZScheduleManager::Instance()->GetPostedList(kCam).size(), 1u);
 
   const size_t before = events.size();
@@ -338,8 +297,7 @@ TEST_F(SettingScheduleTest, PostingReachesTheDispatcher) {
   const std::vector<IDispatcher::tagDSTIMEEVENT> after = d->GetTimeEvents();
   ASSERT_EQ(after.size(), before + 1);
   EXPECT_EQ(after.back().id, 13u);
-  EXPECT_EQ(after.back().due.wHour, 10);
-  EXPECT_EQ(after.back().due.wDay, 17);
+  EXPECT_EQ(SysTimeToZMTime(after.back().due) / 100000, 200803171000LL);  // now, to the minute
 }
 
 }  // namespace
