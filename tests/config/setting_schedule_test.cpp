@@ -6,7 +6,7 @@
 #include "dravix/config/setting.h"
 #include "dravix/schedule/idispatcher.h"
 #include "tests/config/option_fixture.h"
-#include "tests/schedule/schedule_support.h"
+#include "tests/support/schedule_support.h"
 
 #include <gtest/gtest.h>
 
@@ -34,7 +34,7 @@ class SettingScheduleTest : public OptionHome {
  protected:
   void SetUp() override {
     OptionHome::SetUp();
-    clock_.Set(2008, 3, 17, 10, 0, 0);  // a Monday, 10:00
+    clock_.Set(At(2008, 3, 17, 10));  // a Monday, 10:00
     s_ = ISetting::Instance();
     rec_ = std::make_unique<tagDSDVROPTION>();
     s_->LoadDVROption(*rec_);
@@ -46,7 +46,7 @@ class SettingScheduleTest : public OptionHome {
     Configure(n, enabled, kScheduleDaily, kFirstDailyList + n, {task});
   }
   // A task from 09:00 to 11:00 (holds at 10:00, not at 12:00).
-  static tagDSWORKTASK Morning(BOOL connect, BOOL record) { return Task(TimeOfDay(9, 0), TimeOfDay(11, 0), connect, record); }
+  static tagDSWORKTASK Morning(BOOL connect, BOOL record) { return Task(9, 0, 11, 0, connect, record); }
 
   DayClock clock_;
   ISetting* s_ = nullptr;
@@ -101,7 +101,7 @@ TEST_F(SettingScheduleTest, SwitchReadersFollowTheTaskThatHoldsNow) {
     t.bManual = r.task.manual;
     t.bPTZLoop = r.task.ptzLoop;
     Schedule(kCam, r.enabled, t);
-    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    clock_.Set(At(2008, 3, 17, r.hour));
     EXPECT_EQ(Read(s_, kCam), r.expected);
   }
 }
@@ -186,7 +186,7 @@ TEST_F(SettingScheduleTest, SensorAndRelayFromTheTask) {
     tagDSWORKTASK t = Morning(1, 1);
     t.bSensor = t.bExternal = r.fromTask;
     Schedule(kCam, 1, t);
-    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    clock_.Set(At(2008, 3, 17, r.hour));
     EXPECT_EQ(s_->IsSensor(kCam, 7), r.expected);
     EXPECT_EQ(s_->IsExternal(kCam, 7), r.expected);
   }
@@ -232,7 +232,7 @@ TEST_F(SettingScheduleTest, IsActionCopiesTheBlockThatApplies) {
     t.nActionFlag = r.flag;
     t.dsAction = task;
     Schedule(kCam, 1, t);
-    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    clock_.Set(At(2008, 3, 17, r.hour));
     tagDSACTIONOPTION out = untouched;
     EXPECT_EQ(s_->IsAction(kCam, out), r.expected);
     EXPECT_TRUE(SameBytes(out, r.expected ? task : untouched));
@@ -267,7 +267,7 @@ TEST_F(SettingScheduleTest, FlashAndSingleViewReaders) {
     t.dsAction.bSingleView = 1;
     t.dsAction.nDelaySec = 9;
     Schedule(kCam, r.enabled, t);
-    clock_.Set(2008, 3, 17, r.hour, 0, 0);
+    clock_.Set(At(2008, 3, 17, r.hour));
     EXPECT_EQ(std::vector<int>({s_->IsLocalFlashText(kCam), s_->IsChangeSigleView(kCam), s_->IsStopSigleView(kCam),
                                 s_->GetChangeSigleViewTime(kCam)}),
               r.expected);
@@ -277,11 +277,11 @@ TEST_F(SettingScheduleTest, FlashAndSingleViewReaders) {
 TEST_F(SettingScheduleTest, PostingReachesTheDispatcher) {
   IDispatcher* d = IDispatcher::Instance();
   // A disabled camera posts nothing.
-  Schedule(kCam, 0, Task(TimeOfDay(12, 0), TimeOfDay(13, 0)));
+  Schedule(kCam, 0, Task(12, 0, 13, 0));
   EXPECT_EQ(s_->PostTimeSchedling(kCam), 0);
   EXPECT_TRUE(d->GetTimeEvents().empty());
 
-  Schedule(kCam, 1, Task(TimeOfDay(12, 0), TimeOfDay(13, 0)));
+  Schedule(kCam, 1, Task(12, 0, 13, 0));
   EXPECT_EQ(s_->PostTimeSchedling(kCam), 1);
   const std::vector<IDispatcher::tagDSTIMEEVENT> events = d->GetTimeEvents();
   for (const auto& e : events) {

@@ -5,6 +5,7 @@
 #include "dravix/platform/clock.h"
 #include "dravix/schedule/idispatcher.h"
 #include "dravix/schedule/zschedulemanager.h"
+#include "tests/support/schedule_support.h"
 #include "tests/support/test_home.h"
 
 #include <atomic>
@@ -18,50 +19,19 @@ namespace {
 
 using V = std::vector<std::string>;
 
-SYSTEMTIME At(int year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
-  return SYSTEMTIME{static_cast<WORD>(year), static_cast<WORD>(month),  0, static_cast<WORD>(day),
-                    static_cast<WORD>(hour), static_cast<WORD>(minute), static_cast<WORD>(second), 0};
-}
-
-// A time of day on a date far from any test day: only the time may count.
-SYSTEMTIME TimeOfDay(int hour, int minute, int second = 0) { return At(1999, 1, 1, hour, minute, second); }
-
-tagDSWORKTASK Task(int fromHour, int fromMinute, int toHour, int toMinute, BOOL connect = 1, BOOL record = 1) {
-  tagDSWORKTASK t{};
-  t.start = TimeOfDay(fromHour, fromMinute);
-  t.end = TimeOfDay(toHour, toMinute);
-  t.bConnect = connect;
-  t.bRecord = record;
-  return t;
-}
-
-// Sets a camera's enabled field and mode and replaces list `list` (unless
-// -1) with `tasks`, through the settings-page calls.
-void Configure(int camera, LONG enabled, LONG mode, int list, const std::vector<tagDSWORKTASK>& tasks,
-               const std::vector<tagDSSCHEDULEMONTH>* month = nullptr) {
-  tagDSSCHEDULEOPTION cams[kScheduleCameras];
-  tagSCHEDULEWORKTASK lists[kScheduleLists];
-  ZScheduleManager::Instance()->LoadSchedule(cams, lists);
-  cams[camera].nEnabled = enabled;
-  cams[camera].nMode = mode;
-  if (month != nullptr) cams[camera].month = *month;
-  if (list >= 0) lists[list].tasks = tasks;
-  ZScheduleManager::Instance()->SaveSchedule(cams, lists);
-}
+using dravix::test::At;
+using dravix::test::Configure;
+using dravix::test::Task;
+using dravix::test::TimeOfDay;
 
 class Schedule : public dravix::test::TestHome {
  protected:
   void SetUp() override {
     TestHome::SetUp();
-    dravix::platform::SetTestClock([] { return now_.load(); });
     SetClock(At(2008, 3, 17, 10));  // a Monday
     ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
   }
-  void TearDown() override {
-    dravix::platform::ClearTestClock();
-    TestHome::TearDown();
-  }
-  static void SetClock(const SYSTEMTIME& t) { now_.store(dravix::platform::LocalToUnix(t)); }
+  static void SetClock(const SYSTEMTIME& t) { dravix::test::DayClock::Set(t); }
 
   // The dispatcher's time events as "id@hh:mm", after checking the date, the
   // seconds, the parameters (camera; 2222, or 0 for event 14) and the tag.
@@ -97,7 +67,7 @@ class Schedule : public dravix::test::TestHome {
   ZScheduleManager* M() { return ZScheduleManager::Instance(); }
 
  private:
-  static inline std::atomic<std::time_t> now_{0};
+  dravix::test::DayClock clock_;
 };
 
 TEST_F(Schedule, AFreshInstallationHasWorkDaysAndWeekendsAndWritesNothing) {
