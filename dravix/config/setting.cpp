@@ -111,15 +111,8 @@ int ISetting::ReadDVROptionFromFile(const char* path) {
 void ISetting::LoadDVROption(tagDSDVROPTION& out) const { out = m_option; }
 
 int ISetting::SaveDVROption(const tagDSDVROPTION& in) {
-  auto whole = std::make_unique<tagDSZEPLODVROPTION>();
-  whole->dsDVROption = in;
-  whole->dsAudioExpress = m_audio;
-  whole->dsPreference = m_preference;
-  whole->dsPlayerAudio = m_playerAudio;
-  whole->dsTalkOption = m_talk;
-  const int ok = ZXMLMGR::Instance()->SaveOption(*whole, 0);
   m_option = in;
-  return ok;
+  return SaveAll();
 }
 
 void ISetting::LoadPlayerOption(tagDSPREFERENCE& out) const { out = m_preference; }

@@ -71,6 +71,14 @@ bool NameIs(const Slot& s, const char* title) {
   return strnlen(name, kTitleSize) == n && std::memcmp(name, title, n) == 0;
 }
 
+// Writes a whole record in the order walkers rely on: the name and the
+// count first, the state last.
+void Publish(Slot& s, const char name[kTitleSize], int32_t count, int32_t state) {
+  StoreName(s, name);
+  StoreCount(s, count);
+  StoreState(s, state);
+}
+
 tagSHAREFILE Copy(const Slot& s) {
   tagSHAREFILE r;
   LoadName(s, r.name);
@@ -123,12 +131,7 @@ ZShareMem::ZShareMem() : m_empty{{}, kEndOfList, 0} {
   std::shared_ptr<dravix::platform::SharedMemory> map =
       dravix::platform::SharedMemory::Open(kRegionName, kRegionSize, &fresh);
   if (map == nullptr) return;
-  if (fresh) {
-    Slot& first = Slots(map->data())[0];
-    StoreName(first, m_empty.name);
-    StoreCount(first, m_empty.count);
-    StoreState(first, m_empty.state);
-  }
+  if (fresh) Publish(Slots(map->data())[0], m_empty.name, m_empty.count, m_empty.state);
   m_view = map->data();
   m_map = std::move(map);
   m_mutex = std::move(mutex);
@@ -185,14 +188,9 @@ void ZShareMem::Add(const char* path) {
   const bool consumedEnd = LoadState(s[k]) == kEndOfList;
   if (consumedEnd) {
     if (k + 1 >= kRecords) return;  // no room for the end record behind it
-    Slot& end = s[k + 1];
-    StoreName(end, m_empty.name);
-    StoreCount(end, m_empty.count);
-    StoreState(end, m_empty.state);
+    Publish(s[k + 1], m_empty.name, m_empty.count, m_empty.state);
   }
-  StoreName(s[k], title);
-  StoreCount(s[k], 1);
-  StoreState(s[k], kInUse);
+  Publish(s[k], title, 1, kInUse);
 }
 
 void ZShareMem::Delete(const char* path) {

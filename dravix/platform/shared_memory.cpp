@@ -90,12 +90,7 @@ std::unique_ptr<SharedMemory> SharedMemory::Open(const std::string& name, size_t
 bool SharedMemory::Exists(const std::string& name) {
   const int fd = open(ObjectPath(name).c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
-  struct flock fl {};
-  fl.l_type = F_WRLCK;
-  fl.l_whence = SEEK_SET;
-  fl.l_start = kPresenceByte;
-  fl.l_len = 1;
-  const bool held = fcntl(fd, F_OFD_GETLK, &fl) == 0 && fl.l_type != F_UNLCK;
+  const bool held = OfdConflicts(fd, F_WRLCK, kPresenceByte);
   close(fd);
   return held;
 }
