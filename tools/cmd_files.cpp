@@ -55,16 +55,13 @@ ZShareMem* Open() {
   return sm;
 }
 
-std::string Title(const std::string& path) {
-  const size_t sep = path.find_last_of("\\/");
-  return sep == std::string::npos ? std::string() : path.substr(sep + 1, 16);
-}
+std::string Title(const std::string& path) { return ZShareMem::TitleOf(path.c_str()); }
 
 int Count(ZShareMem* sm, const std::string& path) {
   int count = 0;
   const std::string title = Title(path);
   sm->ForEachRecord([&](__int64, const tagSHAREFILE& r) {
-    if (count == 0 && r.state == ZShareMem::kInUse && std::string(r.name, strnlen(r.name, 16)) == title)
+    if (count == 0 && r.state == ZShareMem::kInUse && std::string(r.name, strnlen(r.name, sizeof r.name)) == title)
       count = r.count;
   });
   return count;

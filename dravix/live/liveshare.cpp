@@ -87,15 +87,10 @@ tagSHAREFILE Copy(const Slot& s) {
   return r;
 }
 
-// The title of a path (after the last '\' or '/'; empty without one), cut
-// to 16 bytes, zero-padded into `out`, which holds 17 bytes.
-void TitleOf(const char* path, char out[kTitleSize + 1]) {
+// The title of a path zero-padded into `out`, which holds 17 bytes.
+void PaddedTitle(const char* path, char out[kTitleSize + 1]) {
   std::memset(out, 0, kTitleSize + 1);
-  if (path == nullptr) return;
-  const std::string_view p(path);
-  const size_t sep = p.find_last_of("\\/");
-  if (sep == std::string_view::npos) return;
-  const std::string_view title = p.substr(sep + 1, kTitleSize);
+  const std::string title = ZShareMem::TitleOf(path);
   std::memcpy(out, title.data(), title.size());
 }
 
@@ -116,6 +111,14 @@ class MutexHold {
 };
 
 }  // namespace
+
+std::string ZShareMem::TitleOf(const char* path) {
+  if (path == nullptr) return {};
+  const std::string_view p(path);
+  const size_t sep = p.find_last_of("\\/");
+  if (sep == std::string_view::npos) return {};
+  return std::string(p.substr(sep + 1, kTitleSize));
+}
 
 ZShareMem* ZShareMem::Instance() {
   std::call_once(g_once, [] { sm_inst.reset(new ZShareMem); });
@@ -174,7 +177,7 @@ int ZShareMem::IsExist(char* title) {
 void ZShareMem::Add(const char* path) {
   if (!IsOpen()) return;
   char title[kTitleSize + 1];
-  TitleOf(path, title);
+  PaddedTitle(path, title);
   MutexHold hold(*m_mutex);
   if (!hold.held()) return;
   Slot* s = Slots(m_view);
@@ -196,7 +199,7 @@ void ZShareMem::Add(const char* path) {
 void ZShareMem::Delete(const char* path) {
   if (!IsOpen()) return;
   char title[kTitleSize + 1];
-  TitleOf(path, title);
+  PaddedTitle(path, title);
   MutexHold hold(*m_mutex);
   if (!hold.held() || !IsExist(title)) return;
   const __int64 k = CheckFileIndex(title);
@@ -214,7 +217,7 @@ void ZShareMem::Delete(const char* path) {
 int ZShareMem::HasToken(const char* path) {
   if (!IsOpen()) return 0;
   char title[kTitleSize + 1];
-  TitleOf(path, title);
+  PaddedTitle(path, title);
   return IsExist(title);
 }
 

@@ -35,6 +35,7 @@
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace dravix::platform {
 class NamedMutex;
@@ -87,6 +88,9 @@ class ZShareMem {
   // of the list, freed ones included, in index order. Reads without the
   // mutex. Nothing happens when the region is not open.
   void ForEachRecord(const std::function<void(__int64 index, const tagSHAREFILE& record)>& visit) const;
+  // The title a path is registered under: what follows its last '\' or
+  // '/', cut to 16 bytes; empty when it has neither.
+  static std::string TitleOf(const char* path);
   // 1 when both the mutex and the region are open.
   int IsOpen() const { return m_view != nullptr && m_mutex != nullptr; }
 
