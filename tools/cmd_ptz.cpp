@@ -17,10 +17,6 @@
 namespace dravix::cli {
 namespace {
 
-constexpr const char* kMoveNames[tagPTZDEVICE::kMoves] = {"ZoomIn",   "ZoomOut", "FocusNear", "FocusFar",
-                                                          "PanLeft",  "PanRight", "TiltUp",   "TiltDown",
-                                                          "SpeedUp",  "SpeedDown"};
-
 struct PtzOptions {
   std::string dir;
   int model = 0;
@@ -104,10 +100,10 @@ std::vector<std::string> Plan(const tagPTZDEVICE& d, int code, int hold, bool no
   const int n = d.nCodeLength;
   const std::string wait = "hold " + std::to_string(hold) + " ms";
   if (code >= 1 && code <= 10)
-    return {std::string(kMoveNames[code - 1]) + ": " + HexText(d.start[code - 1], n), wait,
-            std::string(kMoveNames[code - 1]) + "_: " + HexText(d.stop[code - 1], n)};
+    return {std::string(kPTZMoveNames[code - 1]) + ": " + HexText(d.start[code - 1], n), wait,
+            std::string(kPTZMoveNames[code - 1]) + "_: " + HexText(d.stop[code - 1], n)};
   if (code >= 1001 && code <= 1010)
-    return {std::string(kMoveNames[code - 1001]) + "_: " + HexText(d.stop[code - 1001], n), wait};
+    return {std::string(kPTZMoveNames[code - 1001]) + "_: " + HexText(d.stop[code - 1001], n), wait};
   if (code >= 128 && code <= 255)
     return {"SetPreset" + std::to_string(code - 128) + ": " + HexText(d.setPreset[code - 128], n), wait};
   std::vector<std::string> steps{"Preset_: " + HexText(d.presetPrefix, n),

@@ -34,6 +34,11 @@ struct tagPTZDEVICE {
   void FreeCodes();
 };
 
+// The moves in command order (command k is kPTZMoveNames[k - 1]); each is
+// also the key of its start code in "PTZ.ini", and with "_" of its stop code.
+inline constexpr const char* kPTZMoveNames[tagPTZDEVICE::kMoves] = {
+    "ZoomIn", "ZoomOut", "FocusNear", "FocusFar", "PanLeft", "PanRight", "TiltUp", "TiltDown", "SpeedUp", "SpeedDown"};
+
 // Hex text to `n` bytes: two characters per byte, high nibble first, either
 // case. A character that is not a hexadecimal digit (the end of a short
 // text counts as one) keeps that nibble's value from the previous byte, and

@@ -13,9 +13,6 @@ using dravix::platform::GetPrivateProfileIntA;
 using dravix::platform::GetPrivateProfileStringA;
 using dravix::platform::LookupIniValue;
 
-constexpr const char* kStartKeys[tagPTZDEVICE::kMoves] = {"ZoomIn",  "ZoomOut", "FocusNear", "FocusFar", "PanLeft",
-                                                          "PanRight", "TiltUp",  "TiltDown",  "SpeedUp",  "SpeedDown"};
-
 // Bytes in the file, 0 when it cannot be read: the bound of every count.
 uintmax_t IniBytes(const std::string& file) {
   std::error_code ec;
@@ -93,8 +90,8 @@ int LoadPTZDevice(int model, tagPTZDEVICE& device, int* responseLength) {
 
   const bool byByte = ReadInt(file, section, "ByByte", 1) != 0;
   for (int k = 0; k < tagPTZDEVICE::kMoves; ++k) {
-    device.start[k] = ReadCode(file, section, kStartKeys[k], length, byByte);
-    device.stop[k] = ReadCode(file, section, std::string(kStartKeys[k]) + "_", length, byByte);
+    device.start[k] = ReadCode(file, section, kPTZMoveNames[k], length, byByte);
+    device.stop[k] = ReadCode(file, section, std::string(kPTZMoveNames[k]) + "_", length, byByte);
   }
   device.presetPrefix = ReadCode(file, section, "Preset_", length, byByte);
   for (int k = 0; k < tagPTZDEVICE::kPresets; ++k) {
