@@ -1,5 +1,6 @@
 // `dravix config`: the option document "DVROPTION.XML" of the program folder,
 // read and changed through the option records (never by editing its text).
+#include "dravix/base/nocase.h"
 #include "dravix/config/dvroption.h"
 #include "dravix/config/optionkeys.h"
 #include "dravix/config/xmldoc.h"
@@ -8,7 +9,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <iostream>
@@ -42,18 +42,11 @@ std::unique_ptr<tagDSZEPLODVROPTION> Load() {
   return o;
 }
 
-bool SameIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i)
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
-  return true;
-}
-
 // Whether `path` lies in `section` (a leading part of paths, whole steps).
 bool InSection(const std::string& path, const std::string& section) {
   if (section.empty()) return true;
   if (path.size() < section.size()) return false;
-  if (!SameIgnoringCase(std::string_view(path).substr(0, section.size()), section)) return false;
+  if (!EqualNoCase(std::string_view(path).substr(0, section.size()), section)) return false;
   return path.size() == section.size() || path[section.size()] == '/';
 }
 
@@ -122,7 +115,7 @@ int Show() {
 const config::OptionKey* Find(const std::vector<config::OptionKey>& keys, const std::string& path) {
   const std::string want = config::NormalizeOptionPath(path);
   for (const auto& k : keys)
-    if (SameIgnoringCase(k.path, want)) return &k;
+    if (EqualNoCase(k.path, want)) return &k;
   return nullptr;
 }
 

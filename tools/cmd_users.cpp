@@ -2,6 +2,7 @@
 // delete) and the log-in check. Passwords are read from the terminal
 // without echo, or from standard input with --password-stdin, never from
 // the command line; they are stored as their digest string.
+#include "dravix/base/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/lang_ids.h"
 #include "dravix/platform/secret_input.h"
@@ -48,7 +49,7 @@ std::string PrivilegeName(UINT level) { return users::AccountString(lang::kPrivi
 std::string ParsePrivilege(const std::string& text) {
   for (UINT i = 0; i < static_cast<UINT>(lang::kPrivilegeLevelCount); ++i) {
     const std::string name = PrivilegeName(i);
-    if (text == std::to_string(i) || (!name.empty() && users::EqualNoCase(text, name))) return std::to_string(i);
+    if (text == std::to_string(i) || (!name.empty() && EqualNoCase(text, name))) return std::to_string(i);
   }
   throw UsageError("unknown privilege \"" + text + "\": give 0 (highest) to 3, or a level's name");
 }

@@ -1,11 +1,11 @@
 #include "dravix/config/lang_table.h"
 
+#include "dravix/base/nocase.h"
 #include "dravix/platform/ini.h"
 
 #include <algorithm>
 #include <atomic>
 #include <charconv>
-#include <cctype>
 
 namespace dravix::config {
 namespace {
@@ -17,12 +17,6 @@ constexpr int kLanguageCount = static_cast<int>(std::size(kLanguages));
 std::atomic<long> g_tableReads{0};
 
 const char* Prefix(LangHost host) { return host == LangHost::kPlayer ? "PLAY_" : "LIVE_"; }
-
-bool EqualNoCase(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::toupper(static_cast<unsigned char>(x)) == std::toupper(static_cast<unsigned char>(y));
-         });
-}
 
 // An id as a driver hands it over: decimal digits, possibly followed by a
 // zero fraction when the column is numeric but not integer.

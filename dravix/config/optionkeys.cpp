@@ -1,21 +1,14 @@
 #include "dravix/config/optionkeys.h"
 
+#include "dravix/base/nocase.h"
 #include "dravix/config/optiontext.h"
 
 #include <charconv>
 #include <cstdio>
-#include <cctype>
 #include <cstring>
 
 namespace dravix::config {
 namespace {
-
-bool SameIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i)
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i]))) return false;
-  return true;
-}
 
 class PathTracker : public OptionVisitor {
  public:
@@ -107,7 +100,7 @@ class Setter final : public PathTracker {
   bool Match(std::string_view key) {
     if (result != SetKeyResult::kUnknownPath) return false;
     const std::string full = PathOf(key);
-    if (!SameIgnoringCase(full, path_)) return false;
+    if (!EqualNoCase(full, path_)) return false;
     result = SetKeyResult::kSet;
     matched_ = full;
     return true;
@@ -135,8 +128,8 @@ std::string NormalizeOptionPath(std::string_view path) {
   for (char& c : p)
     if (c == '\\') c = '/';
   while (!p.empty() && p.front() == '/') p.erase(0, 1);
-  if (p.size() >= 9 && SameIgnoringCase(std::string_view(p).substr(0, 9), "ZeploXML/")) p.erase(0, 9);
-  if (SameIgnoringCase(p, "ZeploXML")) p.clear();
+  if (p.size() >= 9 && EqualNoCase(std::string_view(p).substr(0, 9), "ZeploXML/")) p.erase(0, 9);
+  if (EqualNoCase(p, "ZeploXML")) p.clear();
   while (!p.empty() && p.back() == '/') p.pop_back();
   return p;
 }

@@ -1,11 +1,11 @@
 #include "dravix/config/switches.h"
 
+#include "dravix/base/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/platform/ini.h"
 #include "dravix/platform/process.h"
 
 #include <atomic>
-#include <cctype>
 #include <cstdio>
 #include <string>
 
@@ -177,14 +177,9 @@ double GetKeepRecycleSize() { return Evaluate(cfg::g_keepRecycle); }
 
 int IsApRunning(const char* name) {
   if (name == nullptr) return 0;
-  const std::string wanted = name;
+  const std::string_view wanted = name;
   for (const auto& process : dravix::platform::ListProcesses()) {
-    const std::string& have = process.name;
-    if (have.size() != wanted.size()) continue;
-    bool same = true;
-    for (size_t i = 0; i < have.size() && same; ++i)
-      same = std::tolower(static_cast<unsigned char>(have[i])) == std::tolower(static_cast<unsigned char>(wanted[i]));
-    if (same) return 1;
+    if (dravix::EqualNoCase(process.name, wanted)) return 1;
   }
   return 0;
 }

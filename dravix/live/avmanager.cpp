@@ -6,6 +6,7 @@
 // the live channels are made, because making a channel asks for the count.
 #include "dravix/live/avmanager.h"
 
+#include "dravix/base/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
@@ -16,7 +17,6 @@
 #include "dravix/config/switches.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 
@@ -57,7 +57,7 @@ std::string ProgramName() {
 }
 
 std::string Lower(std::string s) {
-  for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (char& c : s) c = dravix::AsciiLower(c);
   return s;
 }
 
@@ -75,7 +75,7 @@ bool IsOwnAudio(const std::string& name) {
 // digital is checked in Big5 (as the Windows code page gives it) and in
 // UTF-8 (as Linux drivers report it).
 bool IsExcludedAudio(const std::string& name) {
-  if (Lower(name) == "vad wave") return true;
+  if (EqualNoCase(name, "vad wave")) return true;
   return Contains(name, "Digital") || Contains(name, "\xBC\xC6\xA6\xEC") || Contains(name, "\xE6\x95\xB8\xE4\xBD\x8D");
 }
 

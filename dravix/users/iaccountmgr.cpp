@@ -1,5 +1,6 @@
 #include "dravix/users/iaccountmgr.h"
 
+#include "dravix/base/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/istring.h"
 #include "dravix/config/lang_ids.h"
@@ -18,8 +19,6 @@ std::function<std::string(UINT)>& Source() {
   return source;
 }
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 }  // namespace
 
 CUserArray ParseUserFile(const void* data, size_t size) {
@@ -33,13 +32,6 @@ CUserArray ParseUserFile(const void* data, size_t size) {
     users.push_back(u);
   }
   return users;
-}
-
-bool EqualNoCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t i = 0; i < a.size(); ++i)
-    if (Lower(a[i]) != Lower(b[i])) return false;
-  return true;
 }
 
 UINT PrivilegeLevel(std::string_view text) {
@@ -58,7 +50,7 @@ void SetAccountStringSource(std::function<std::string(UINT)> source) { Source() 
 
 }  // namespace dravix::users
 
-using dravix::users::EqualNoCase;
+using dravix::EqualNoCase;
 using dravix::users::FieldText;
 
 std::unique_ptr<IAccountMgr> IAccountMgr::sm_inst;

@@ -102,9 +102,6 @@ void SetField(char (&field)[N], std::string_view text) {
   const size_t n = text.size() < N - 1 ? text.size() : N - 1;
   for (size_t i = 0; i < N; ++i) field[i] = i < n ? text[i] : '\0';
 }
-// ASCII comparison without regard to case.
-bool EqualNoCase(std::string_view a, std::string_view b);
-
 // The level a privilege text stands for (see IAccountMgr::CheckPriority).
 UINT PrivilegeLevel(std::string_view text);
 
