@@ -1,0 +1,19 @@
+// The program's exit-status convention, which every tools test relies on.
+#include "tests/support/run_program.h"
+
+#include <gtest/gtest.h>
+
+namespace dravix::test {
+namespace {
+
+TEST(Program, ExitStatusSaysSuccessFailureOrUsage) {
+  EXPECT_EQ(RunDravix({"time", "days", "2008", "2"}).status, 0);
+  const ProgramResult usage = RunDravix({"no-such-command"});
+  EXPECT_EQ(usage.status, 2) << usage.err;
+  EXPECT_FALSE(usage.err.empty());
+  const ProgramResult failure = RunDravix({"probe", "/nonexistent/cam01.dat"});
+  EXPECT_EQ(failure.status, 1) << failure.err;
+}
+
+}  // namespace
+}  // namespace dravix::test

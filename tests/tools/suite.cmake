@@ -1,0 +1,3 @@
+# Tests that drive the real `dravix` program.
+dravix_test_suite(tools)
+add_dependencies(tests_tools dravix_cli)
