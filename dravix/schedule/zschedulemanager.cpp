@@ -220,49 +220,54 @@ int ZScheduleManager::CheckTaskWork(const tagSCHEDULEWORKTASK& list, const SYSTE
   return 1;
 }
 
-int ZScheduleManager::CheckSchedule(int mode, int camera) {
-  if (!ValidCamera(camera)) return 0;
-  const SYSTEMTIME now = GetSysTime();
+// The one rule for which task lists a camera's schedule offers on a day:
+// mode 0 its own daily list; mode 1 the list of today's week-day type
+// (0..3, list 0 included); mode 2 list 4 + type for each month entry dated
+// today, in list order. `visit(list)` sees them in that order until it
+// returns true; a day type that names no list comes as -1. The callers
+// differ only in how far they go: the check stops at the first offer, the
+// posting takes the first real list, and GetScheduleSetting tries each.
+template <typename Visit>
+bool ZScheduleManager::ForEachListOfDay(int mode, int camera, const SYSTEMTIME& now, Visit visit) const {
   const tagDSSCHEDULEOPTION& c = m_camera[camera];
   switch (mode) {
     case kScheduleDaily:
-      return CheckTaskWork(m_list[kFirstDailyList + camera], now);
+      return visit(kFirstDailyList + camera);
     case kScheduleWeekly: {
-      if (now.wDayOfWeek >= c.week.size()) return 0;
+      if (now.wDayOfWeek >= c.week.size()) return visit(-1);
       const LONG type = c.week[now.wDayOfWeek];
-      if (type < 0 || type > kWeekSpecial) return 0;
-      return CheckTaskWork(m_list[type], now);
+      return visit(type >= 0 && type <= kWeekSpecial ? static_cast<int>(type) : -1);
     }
     case kScheduleMonthly:
       for (const tagDSSCHEDULEMONTH& m : c.month) {
         if (CompareDate(m.date, now) != 1) continue;
-        if (m.type < kMonthWork || m.type > kMonthSpecial) return 0;
-        return CheckTaskWork(m_list[kFirstMonthList + m.type], now);
+        const bool known = m.type >= kMonthWork && m.type <= kMonthSpecial;
+        if (visit(known ? kFirstMonthList + static_cast<int>(m.type) : -1)) return true;
       }
-      return 0;
+      return false;
     default:
-      return 0;
+      return false;
   }
 }
 
+int ZScheduleManager::CheckSchedule(int mode, int camera) {
+  if (!ValidCamera(camera)) return 0;
+  const SYSTEMTIME now = GetSysTime();
+  int matched = 0;
+  ForEachListOfDay(mode, camera, now, [&](int list) {
+    matched = list >= 0 ? CheckTaskWork(m_list[list], now) : 0;
+    return true;  // only the first offer counts
+  });
+  return matched;
+}
+
 int ZScheduleManager::ListOfDay(int camera, const SYSTEMTIME& now) const {
-  const tagDSSCHEDULEOPTION& c = m_camera[camera];
-  switch (c.nMode) {
-    case kScheduleDaily:
-      return kFirstDailyList + camera;
-    case kScheduleWeekly: {
-      if (now.wDayOfWeek >= c.week.size()) return -1;
-      const LONG type = c.week[now.wDayOfWeek];
-      return type >= 0 && type <= kWeekSpecial ? type : -1;
-    }
-    case kScheduleMonthly:
-      for (const tagDSSCHEDULEMONTH& m : c.month)
-        if (CompareDate(m.date, now) == 1 && m.type >= kMonthWork && m.type <= kMonthSpecial)
-          return kFirstMonthList + m.type;
-      return -1;
-    default:
-      return -1;
-  }
+  int found = -1;
+  ForEachListOfDay(m_camera[camera].nMode, camera, now, [&](int list) {
+    found = list;
+    return list >= 0;
+  });
+  return found;
 }
 
 // ------------------------------------------------------------------ queries
@@ -294,32 +299,14 @@ int ZScheduleManager::GetEventFrom(int) const {
 int ZScheduleManager::GetScheduleSetting(int camera, std::string& name) {
   if (!IsEnabled(camera)) return 0;
   const SYSTEMTIME now = GetSysTime();
-  const tagDSSCHEDULEOPTION& c = m_camera[camera];
-  SYSTEMTIME start{};
-  switch (c.nMode) {
-    case kScheduleDaily:
-      if (!CheckTaskWork(m_list[kFirstDailyList + camera], now, start)) return 0;
-      name = VisualFileName(camera, kFirstDailyList + camera, start);
-      return 1;
-    case kScheduleWeekly: {
-      if (now.wDayOfWeek >= c.week.size()) return 0;
-      const LONG type = c.week[now.wDayOfWeek];
-      if (type < kWeekWork || type > kWeekSpecial || !CheckTaskWork(m_list[type], now, start)) return 0;
-      name = VisualFileName(camera, type, start);
-      return 1;
-    }
-    case kScheduleMonthly:
-      // Unlike the plain check, every entry dated today gets its turn.
-      for (const tagDSSCHEDULEMONTH& m : c.month) {
-        if (CompareDate(m.date, now) != 1 || m.type < kMonthWork || m.type > kMonthSpecial) continue;
-        if (!CheckTaskWork(m_list[kFirstMonthList + m.type], now, start)) continue;
-        name = VisualFileName(camera, kFirstMonthList + m.type, start);
-        return 1;
-      }
-      return 0;
-    default:
-      return 0;
-  }
+  // Every offer of the day gets its turn, unlike the plain check. List 0
+  // has no settings-file name, so a week day of type 0 never answers here.
+  return ForEachListOfDay(m_camera[camera].nMode, camera, now, [&](int list) {
+    SYSTEMTIME start{};
+    if (list <= 0 || !CheckTaskWork(m_list[list], now, start)) return false;
+    name = VisualFileName(camera, list, start);
+    return true;
+  }) ? 1 : 0;
 }
 
 // ------------------------------------------------------------------ posting

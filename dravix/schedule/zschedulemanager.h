@@ -157,8 +157,10 @@ class ZScheduleManager {
   // The task check; copies a matched task into the current task.
   int CheckTaskWork(const tagSCHEDULEWORKTASK& list, const SYSTEMTIME& now);
   int CheckSchedule(int mode, int camera);
-  // The list a camera's mode picks for `now`, or -1. In mode 2 the first
-  // month entry dated today with a type 0..2.
+  // Offers today's task lists of `camera` under `mode` to `visit`.
+  template <typename Visit>
+  bool ForEachListOfDay(int mode, int camera, const SYSTEMTIME& now, Visit visit) const;
+  // The list the posting uses for `now`, or -1: the first real offer.
   int ListOfDay(int camera, const SYSTEMTIME& now) const;
   int PostList(int camera, int list, const SYSTEMTIME& now);
 
