@@ -9,6 +9,7 @@
 #include "dravix/base/ztime.h"
 #include "dravix/log/ilog.h"
 #include "dravix/platform/clock.h"
+#include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
 #include "dravix/schedule/zschedulemanager.h"
 #include "tools/command.h"
@@ -210,14 +211,8 @@ int Show() {
 }
 
 std::string EventName(UINT id) {
-  switch (id) {
-    case 6: return "6 start recording";
-    case 8: return "8 stop recording";
-    case 14: return "14 period boundary";
-    case 15: return "15 schedule state";
-    case 16: return "16 schedule state";
-    default: return std::to_string(id);
-  }
+  const char* meaning = schedule::EventIdMeaning(id);
+  return meaning != nullptr ? std::to_string(id) + " " + meaning : std::to_string(id);
 }
 
 int Post() {

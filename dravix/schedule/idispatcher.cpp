@@ -9,6 +9,8 @@
 // destructor can wake and join them at once.
 #include "dravix/schedule/idispatcher.h"
 
+#include "dravix/schedule/event_ids.h"
+
 #include "dravix/base/ztime.h"
 #include "dravix/base/zunknown.h"
 #include "dravix/platform/clock.h"
@@ -288,7 +290,7 @@ BOOL IDispatcher::CheckEventView(int first, int second) {
     m_eventView[0] = m_eventView[1] = m_eventView[2] = -1;
     m_serial = 1;
   }
-  SendEvent(kShowEventView, static_cast<UINT_PTR>(static_cast<UINT>(next.first)), next.second);
+  SendEvent(dravix::schedule::kEventShowView, static_cast<UINT_PTR>(static_cast<UINT>(next.first)), next.second);
   {
     // The view just shown; the handler may have queued others meanwhile.
     std::lock_guard<std::mutex> guard(m_viewMutex);

@@ -12,10 +12,7 @@
 // It also keeps the event-view queue: single-camera views waiting to be
 // shown, in order of priority, handed out one at a time as event 900.
 //
-// Event ids used by the recorder: 6 start recording, 8 stop recording,
-// 13 re-evaluate the motion schedule, 14 schedule period boundary, 15 and
-// 16 schedule-state changes (the schedule manager posts these), 900 show
-// the next queued event view (the dispatcher sends it).
+// The event ids the recorder uses are listed in event_ids.h.
 //
 // Register handlers before events flow. A handler of a queued or timed
 // event runs while that queue's (or the time events') lock is held: it may
@@ -58,8 +55,6 @@ class IDispatcher {
     int priority;
   };
 
-  // The event id the dispatcher sends to show the next queued view.
-  static constexpr UINT kShowEventView = 900;
   // The pause of each queue thread after a delivery (or an empty look).
   static constexpr std::chrono::microseconds kQueueInterval{1000000};
 

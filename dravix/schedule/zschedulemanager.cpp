@@ -28,6 +28,7 @@
 #include "dravix/log/ilog.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/platform/files.h"
+#include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
 
 #include <cstdio>
@@ -49,12 +50,7 @@ void SetFreeSpaceProbe(FreeSpaceProbe probe) { g_probe = probe; }
 
 namespace {
 
-constexpr UINT kEventStartRecording = 6;
-constexpr UINT kEventStopRecording = 8;
-constexpr UINT kEventVisual = 13;
-constexpr UINT kEventBoundary = 14;
-constexpr UINT kEventState15 = 15;
-constexpr UINT kEventState16 = 16;
+using namespace dravix::schedule;
 
 bool ValidCamera(int camera) { return camera >= 0 && camera < kScheduleCameras; }
 
