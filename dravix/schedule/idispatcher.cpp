@@ -53,8 +53,7 @@ IDispatcher::IDispatcher() {
 IDispatcher::~IDispatcher() {
   {
     std::lock_guard<std::mutex> lock(m_sleepMutex);
-    m_stop = true;
-    m_stopping.store(true);
+    m_stop.store(true);
   }
   m_sleepCv.notify_all();
   if (m_thread.joinable()) m_thread.join();
@@ -128,7 +127,7 @@ DWORD IDispatcher::ThreadProc() { return QueueLoop(m_actionQueue, m_actionLock);
 DWORD IDispatcher::ThreadNetProc() { return QueueLoop(m_netQueue, m_netLock); }
 
 DWORD IDispatcher::QueueLoop(std::deque<QueuedEvent>& queue, ZCritSec& lock) {
-  while (!m_stopping.load()) {
+  while (!m_stop.load()) {
     DrainOne(queue, lock);
     Pause();
   }
@@ -157,7 +156,7 @@ void IDispatcher::Pause() {
   std::unique_lock<std::mutex> lock(m_sleepMutex);
   const auto start = std::chrono::steady_clock::now();
   // The interval may change while waiting (SetQueueInterval notifies).
-  while (!m_stop) {
+  while (!m_stop.load()) {
     const auto deadline = start + m_interval;
     if (std::chrono::steady_clock::now() >= deadline) return;
     m_sleepCv.wait_until(lock, deadline);

@@ -25,7 +25,6 @@
 
 #include "dravix/base/wintypes.h"
 #include "dravix/base/zcritsec.h"
-#include "dravix/base/zevent.h"
 #include "dravix/schedule/zhandler.h"
 
 #include <atomic>
@@ -209,7 +208,6 @@ class IDispatcher {
   std::deque<QueuedEvent> m_actionQueue;
   std::vector<TimeEvent> m_timeEvents;
   std::thread m_thread;
-  ZEvent m_event{TRUE};  // created non-signalled; nothing waits on it
   ZCritSec m_actionLock;
   ZCritSec m_timeLock;
   ZCritSec m_viewCheckLock;
@@ -222,7 +220,8 @@ class IDispatcher {
   // Stopping and pacing the two threads.
   std::mutex m_sleepMutex;
   std::condition_variable m_sleepCv;
-  bool m_stop = false;                  // under m_sleepMutex
+  // Set under m_sleepMutex (so a pausing thread cannot miss it), read by
+  // the loops without it.
+  std::atomic<bool> m_stop{false};
   std::chrono::microseconds m_interval = kQueueInterval;  // under m_sleepMutex
-  std::atomic<bool> m_stopping{false};  // read by the loops without the mutex
 };
