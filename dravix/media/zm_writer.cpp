@@ -126,7 +126,7 @@ HRESULT ZMRecordingWriter::Begin(const char* path, int64_t startTime, const std:
   dataOffset_ = dataOffset;
   videoFirst_ = firstIsVideo;
   picture_ = picture;
-  written_ = recordsEnd_ = nextHead_ = dataOffset;
+  written_ = recordsEnd_ = dataOffset;
 
   header_ = ZMFileHeader{};
   header_.SetMagic();
@@ -222,7 +222,7 @@ HRESULT ZMRecordingWriter::AddRecord(uint8_t stream, uint32_t timeMs, const void
     buffer_.insert(buffer_.end(), p, p + length);
   }
   written_ += h.Size();
-  recordsEnd_ = nextHead_ = written_;
+  recordsEnd_ = written_;
   return failed_ ? E_FAIL : S_OK;
 }
 
@@ -234,20 +234,19 @@ HRESULT ZMRecordingWriter::AppendRecordBytes(const uint8_t* bytes, size_t size) 
   const uint64_t end = written_ + size;
   for (;;) {
     if (hasPending_) {
-      const uint64_t recordEnd = pendingAt_ + pendingHead_.Size();
+      const uint64_t recordEnd = recordsEnd_ + pendingHead_.Size();
       if (recordEnd > end) break;
-      NoteRecord(pendingHead_, pendingAt_);
-      recordsEnd_ = nextHead_ = recordEnd;
+      NoteRecord(pendingHead_, recordsEnd_);
+      recordsEnd_ = recordEnd;
       hasPending_ = false;
     }
-    const uint64_t headByte = nextHead_ + stashed_;
+    const uint64_t headByte = recordsEnd_ + stashed_;
     if (headByte >= end) break;
     const size_t take = static_cast<size_t>(std::min<uint64_t>(kZMRecordHeadSize - stashed_, end - headByte));
     std::memcpy(stash_ + stashed_, bytes + (headByte - chunkStart), take);
     stashed_ += take;
     if (stashed_ < kZMRecordHeadSize) break;
     pendingHead_ = ParseRecordHead(stash_);
-    pendingAt_ = nextHead_;
     hasPending_ = true;
     stashed_ = 0;
   }

@@ -122,12 +122,10 @@ class ZMRecordingWriter {
   ZMPictureCheck picture_ = ZMPictureCheck::kNone;
   int64_t leadIn_ = 0;
   uint64_t written_ = 0;      // file offset after the last byte handed to us
-  uint64_t recordsEnd_ = 0;   // file offset after the last whole record
-  uint64_t nextHead_ = 0;     // file offset of the next record head
+  uint64_t recordsEnd_ = 0;   // file offset after the last whole record: the next record's head
   uint8_t stash_[kZMRecordHeadSize] = {};
   size_t stashed_ = 0;        // bytes of a head split across appends
-  ZMRecordHead pendingHead_;  // a head whose payload has not all arrived
-  uint64_t pendingAt_ = 0;
+  ZMRecordHead pendingHead_;  // the head at recordsEnd_ whose payload has not all arrived
   bool hasPending_ = false;
   uint64_t records_ = 0;
   uint64_t videoRecords_ = 0;
