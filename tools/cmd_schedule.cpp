@@ -28,6 +28,7 @@ namespace {
 
 struct Options {
   int camera = -1;
+  CLI::Option* showCamera = nullptr;  // given to `show`, else every camera
   int mode = -1;
   int list = -1;
   std::string start;
@@ -111,22 +112,6 @@ void CheckCamera(int camera) {
   if (camera < 0 || camera >= kScheduleCameras) throw UsageError("CAMERA must be 0 to 15");
 }
 
-// The list the camera's mode picks for `today`, or -1 (as posting does).
-int TodaysList(const Snapshot& s, int camera, const SYSTEMTIME& today) {
-  const tagDSSCHEDULEOPTION& c = s.cams[camera];
-  if (c.nMode == kScheduleDaily) return kFirstDailyList + camera;
-  if (c.nMode == kScheduleWeekly) {
-    if (today.wDayOfWeek >= c.week.size()) return -1;
-    const LONG t = c.week[today.wDayOfWeek];
-    return t >= 0 && t <= kWeekSpecial ? t : -1;
-  }
-  if (c.nMode == kScheduleMonthly)
-    for (const tagDSSCHEDULEMONTH& m : c.month)
-      if (CompareDate(m.date, today) == 1 && m.type >= kMonthWork && m.type <= kMonthSpecial)
-        return kFirstMonthList + m.type;
-  return -1;
-}
-
 std::string Flag(LONG v) { return v == 1 ? "yes" : v == 0 ? "-" : std::to_string(v); }
 
 void PrintTasks(const tagSCHEDULEWORKTASK& list) {
@@ -148,10 +133,10 @@ int Show() {
   const Options& o = Opts();
   const auto s = Take();
   const SYSTEMTIME today = GetSysTime();
-  if (o.camera < 0) {
+  if (o.showCamera->count() == 0) {
     Table t({"camera", "enabled", "mode", "today's list", "today's windows"});
     for (int c = 0; c < kScheduleCameras; ++c) {
-      const int l = TodaysList(*s, c, today);
+      const int l = ZScheduleManager::Instance()->ListOfDay(c, today);
       t.Add({std::to_string(c), s->cams[c].nEnabled == 1 ? "yes" : "no", ModeName(s->cams[c].nMode),
              l < 0 ? "none" : std::to_string(l), l < 0 ? "-" : Windows(s->lists[l])});
     }
@@ -191,7 +176,7 @@ int Show() {
   }
   if (cam.nMode == kScheduleMonthly) month.Print(std::cout);
 
-  const int l = TodaysList(*s, c, today);
+  const int l = ZScheduleManager::Instance()->ListOfDay(c, today);
   std::cout << "\nDay: " << kDays[today.wDayOfWeek % 7] << " " << Day(today);
   if (l < 0) {
     std::cout << ": no list for today\n";
@@ -346,7 +331,7 @@ void Register(CLI::App& app) {
   sched->require_subcommand(1);
 
   CLI::App* show = AddCommand(sched, "show", "all cameras, or one camera's week, month and day", Show);
-  show->add_option("CAMERA", o.camera, "camera 0 to 15");
+  o.showCamera = show->add_option("CAMERA", o.camera, "camera 0 to 15 (every camera when left out)");
 
   CLI::App* post = AddCommand(sched, "post",
                               "post the camera's remaining windows of today as the recorder does, and show the "

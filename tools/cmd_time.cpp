@@ -7,6 +7,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdint>
 #include <iostream>
 
 namespace dravix::cli {
@@ -39,6 +40,7 @@ int Zm() {
   // A number of digits is a ZM time to unpack; anything else is a time to pack.
   if (!g.a.empty() && g.a.find_first_not_of("0123456789") == std::string::npos) {
     if (g.a.size() > 18) throw UsageError("ZM time '" + g.a + "' has more than 18 digits");
+    ParseZMTimeArg(std::stoll(g.a), "TIME");
     const SYSTEMTIME t = ZMTimeToSysTime(std::stoll(g.a));
     return Emit({{"zm", std::stoll(g.a)}, {"time", FormatTimeArg(t)}}, {{"ZM time", g.a}, {"time", FormatTimeArg(t)}});
   }
@@ -50,6 +52,11 @@ int Zm() {
 int Diff() {
   const SYSTEMTIME a = ParseTimeArg(g.a, "A");
   const SYSTEMTIME b = ParseTimeArg(g.b, "B");
+  const long long exact = CalendarSeconds(b) - CalendarSeconds(a);
+  if (exact > INT32_MAX || exact < -INT32_MAX) {
+    throw UsageError("A and B lie " + std::to_string(exact < 0 ? -exact : exact) +
+                     " seconds apart, more than the 2147483647 a time difference holds");
+  }
   const int fromAToB = MinusTime(a, b);
   const LONG aMinusB = MilusTime(a, b);
   return Emit({{"a", FormatTimeArg(a)}, {"b", FormatTimeArg(b)}, {"minus_time", fromAToB}, {"milus_time", aMinusB}},
@@ -59,6 +66,7 @@ int Diff() {
 
 int Add() {
   const SYSTEMTIME t = ParseTimeArg(g.a, "TIME");
+  CheckShiftInRange(t, g.seconds, "TIME + SECONDS");
   const SYSTEMTIME r = PlusTime(t, g.seconds);
   return Emit({{"time", FormatTimeArg(t)}, {"seconds", g.seconds}, {"result", FormatTimeArg(r, false)}},
               {{"result", FormatTimeArg(r, false)}});

@@ -258,6 +258,7 @@ int ZScheduleManager::CheckSchedule(int mode, int camera) {
 }
 
 int ZScheduleManager::ListOfDay(int camera, const SYSTEMTIME& now) const {
+  if (!ValidCamera(camera)) return -1;
   int found = -1;
   ForEachListOfDay(m_camera[camera].nMode, camera, now, [&](int list) {
     found = list;

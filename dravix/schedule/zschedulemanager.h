@@ -111,6 +111,9 @@ class ZScheduleManager {
   // Posts today's remaining windows of the camera (see the .cpp). 1 when a
   // task was posted, 0 otherwise (also for a disabled camera).
   int PostTimeSchedling(int camera);
+  // The task list that posting uses for `camera` on the day of `now`, or
+  // -1 when the schedule offers none (whether or not the camera is enabled).
+  int ListOfDay(int camera, const SYSTEMTIME& now) const;
   // The windows posted for a camera, oldest first.
   const std::vector<tagSCHEDULEPOSTED>& GetPostedList(int camera) const;
 
@@ -160,8 +163,6 @@ class ZScheduleManager {
   // Offers today's task lists of `camera` under `mode` to `visit`.
   template <typename Visit>
   bool ForEachListOfDay(int mode, int camera, const SYSTEMTIME& now, Visit visit) const;
-  // The list the posting uses for `now`, or -1: the first real offer.
-  int ListOfDay(int camera, const SYSTEMTIME& now) const;
   int PostList(int camera, int list, const SYSTEMTIME& now);
 
   static std::unique_ptr<ZScheduleManager> sm_inst;
