@@ -12,8 +12,12 @@
 // tree (element text, CDATA, comments, attribute values) is kept to valid
 // UTF-8 and to the characters XML allows; control characters other than
 // tab, line feed and carriage return, U+FFFE/U+FFFF, and bytes that are not
-// part of a valid UTF-8 sequence are dropped. A text read into a fixed
-// array is cut at a character boundary, never inside a character.
+// part of a valid UTF-8 sequence are dropped. The lenient parser also takes
+// what a save must not repeat: an element or attribute whose name is not
+// an XML name is dropped (an element with its content), a repeated
+// attribute keeps its first value, and the declaration is written as
+// version 1.0, UTF-8, at the start only. A text read into a fixed array is
+// cut at a character boundary, never inside a character.
 //
 // Hostile files: lookups under an element with many children go through a
 // per-element index built once, values are read at most 1023 characters
@@ -264,18 +268,86 @@ bool KeepXmlChars(std::string_view text, std::string* out) {
   return true;
 }
 
-// Makes every text of the tree writable as XML 1.0 (see the top of the file).
-void KeepXmlCharsInTree(pugi::xml_document& dom) {
+// Whether code point `c` may start (or, with `start` false, continue) an
+// XML 1.0 name.
+bool NameCodePoint(uint32_t c, bool start) {
+  if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':') return true;
+  if ((c >= 0xC0 && c <= 0xD6) || (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) ||
+      (c >= 0x370 && c <= 0x37D) || (c >= 0x37F && c <= 0x1FFF) || (c >= 0x200C && c <= 0x200D) ||
+      (c >= 0x2070 && c <= 0x218F) || (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) ||
+      (c >= 0xF900 && c <= 0xFDCF) || (c >= 0xFDF0 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0xEFFFF))
+    return true;
+  if (start) return false;
+  return c == '-' || c == '.' || (c >= '0' && c <= '9') || c == 0xB7 || (c >= 0x300 && c <= 0x36F) ||
+         (c >= 0x203F && c <= 0x2040);
+}
+
+// Whether `name` is an XML 1.0 name in valid UTF-8.
+bool XmlName(std::string_view name) {
+  const auto* s = reinterpret_cast<const unsigned char*>(name.data());
+  size_t i = 0;
+  while (i < name.size()) {
+    const size_t len = AllowedCharLength(s + i, name.size() - i);
+    if (len == 0) return false;
+    uint32_t c = len == 1 ? s[i] : s[i] & (0xFFu >> (len + 1));
+    for (size_t k = 1; k < len; ++k) c = (c << 6) | (s[i + k] & 0x3Fu);
+    if (!NameCodePoint(c, i == 0)) return false;
+    i += len;
+  }
+  return !name.empty();
+}
+
+// Makes the tree writable as XML 1.0 (see the top of the file). Returns
+// true when elements were removed.
+bool MakeTreeWritable(pugi::xml_document& dom) {
+  bool removedElements = false;
   std::string kept;
   pugi::xml_node cur = dom.first_child();
   while (cur) {
     const pugi::xml_node_type type = cur.type();
+    if (type == pugi::node_declaration) {
+      // Only "version" and "encoding", and only at the very start.
+      pugi::xml_node next = cur.next_sibling();
+      if (cur != dom.first_child()) {
+        dom.remove_child(cur);
+        cur = next;
+        continue;
+      }
+      while (cur.first_attribute()) cur.remove_attribute(cur.first_attribute());
+      cur.append_attribute("version") = "1.0";
+      cur.append_attribute("encoding") = "UTF-8";
+      cur = next;
+      continue;
+    }
+    if ((type == pugi::node_element || type == pugi::node_pi) && !XmlName(cur.name())) {
+      // A name no parser would take back: the element goes with its content.
+      pugi::xml_node next = cur.next_sibling();
+      pugi::xml_node parent = cur.parent();
+      removedElements = removedElements || type == pugi::node_element;
+      parent.remove_child(cur);
+      cur = next;
+      while (!cur && parent && parent != dom) {
+        cur = parent.next_sibling();
+        parent = parent.parent();
+      }
+      continue;
+    }
     if (type == pugi::node_pcdata || type == pugi::node_cdata || type == pugi::node_comment ||
         type == pugi::node_pi) {
       if (KeepXmlChars(cur.value(), &kept)) cur.set_value(kept.c_str());
     }
-    for (pugi::xml_attribute a = cur.first_attribute(); a; a = a.next_attribute())
-      if (KeepXmlChars(a.value(), &kept)) a.set_value(kept.c_str());
+    for (pugi::xml_attribute a = cur.first_attribute(); a;) {
+      pugi::xml_attribute next = a.next_attribute();
+      bool drop = !XmlName(a.name());
+      for (pugi::xml_attribute b = cur.first_attribute(); !drop && b != a; b = b.next_attribute())
+        drop = std::strcmp(a.name(), b.name()) == 0;  // a name given twice keeps its first value
+      if (drop) {
+        cur.remove_attribute(a);
+      } else if (KeepXmlChars(a.value(), &kept)) {
+        a.set_value(kept.c_str());
+      }
+      a = next;
+    }
     if (cur.first_child()) {
       cur = cur.first_child();
       continue;
@@ -283,6 +355,7 @@ void KeepXmlCharsInTree(pugi::xml_document& dom) {
     while (cur && !cur.next_sibling()) cur = cur.parent();
     if (cur) cur = cur.next_sibling();
   }
+  return removedElements;
 }
 
 // `text` cut to at most `max` bytes without splitting a UTF-8 character.
@@ -467,7 +540,7 @@ struct ZXMLMGR::Document {
       pugi::xml_attribute enc = decl.attribute("encoding");
       if (enc) enc.set_value("UTF-8");
     }
-    KeepXmlCharsInTree(dom);
+    if (MakeTreeWritable(dom)) finder.Clear();
     out.bytes.clear();  // keeps the capacity of the last save
     dom.save(out, "\t", pugi::format_indent, pugi::encoding_utf8);
   }
@@ -484,6 +557,7 @@ struct ZXMLMGR::Document {
     finder.Clear();
     const pugi::xml_parse_result r = dom.load_buffer(
         data, size, pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    if (r) MakeTreeWritable(dom);
     parsed = static_cast<bool>(r) && RootCount() == 1;
     if (!parsed) BuildDefault();
     loaded = true;
@@ -496,6 +570,7 @@ struct ZXMLMGR::Document {
     finder.Clear();
     const pugi::xml_parse_result r =
         dom.load_file(path.c_str(), pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    if (r) MakeTreeWritable(dom);  // before the root is counted: it may go
     // pugixml also takes a fragment with several top-level elements; a
     // document has exactly one.
     parsed = static_cast<bool>(r) && RootCount() == 1;

@@ -270,6 +270,18 @@ TEST_F(XmlDocTest, SavedDocumentsHoldOnlyCharactersXmlAllows) {
   EXPECT_EQ(mem.LastLoadParsed(), 1);
   ASSERT_EQ(mem.SaveOptionToBuffer(*m, 0, saved), 1);
   EXPECT_EQ(saved, file);
+
+  // What the parser lets through but a save must not repeat: a declaration
+  // with other pseudo-attributes, a repeated attribute, a name outside XML.
+  WriteFile(config::kOptionFileName,
+            "<?xml version=\"1.0\" bogus=\"x\"?><f:ZeploXML xmlns:f=\"u\" a=\"1\" a=\"2\"><General>"
+            "<SiteName>kept</SiteName><\xc3\x97\x62\x61\x64>x</\xc3\x97\x62\x61\x64></General></f:ZeploXML>");
+  int parsed = 0;
+  back = LoadFresh(&parsed);
+  EXPECT_EQ(parsed, 1);
+  EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "kept");
+  ASSERT_EQ(ZXMLMGR().SaveOption(*back, 0), 1);
+  EXPECT_TRUE(wellFormed()) << Slurp(DocPath()).substr(0, 400);
 }
 
 TEST_F(XmlDocTest, PathStepsMatchLocalNamesAndAForeignRootTakesNothing) {
