@@ -1,6 +1,8 @@
 #include "tools/command.h"
 
 #include "dravix/base/zfile.h"
+#include "dravix/config/lang_table.h"
+#include "dravix/platform/module_path.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -57,6 +59,10 @@ CLI::App* AddCommand(CLI::App* parent, const std::string& name, const std::strin
 void AddJsonFlag(CLI::App* cmd) { cmd->add_flag("--json", Globals().json, "print JSON instead of a table"); }
 
 int Main(int argc, char** argv) {
+  // A program folder without language databases reads the ones built beside
+  // the program (a build tree) or installed with it (prefix/share/dravix).
+  const std::string exe = platform::ExecutableFolder();
+  config::SetLangDatabaseFallbacks({exe + "lang/", exe + "../share/dravix/"});
   CLI::App app{"dravix: the multi-camera recorder's shared library, from the shell"};
   app.name("dravix");
   app.require_subcommand(1);

@@ -1,11 +1,14 @@
 #include "dravix/config/lang_table.h"
 
 #include "dravix/base/nocase.h"
+#include "dravix/platform/files.h"
 #include "dravix/platform/ini.h"
 
 #include <algorithm>
 #include <atomic>
 #include <charconv>
+#include <mutex>
+#include <utility>
 
 namespace dravix::config {
 namespace {
@@ -15,6 +18,8 @@ constexpr const char* kLanguages[] = {"ENG", "CHT", "CHS", "JPN", "FRA", "TRK",
 constexpr int kLanguageCount = static_cast<int>(std::size(kLanguages));
 
 std::atomic<long> g_tableReads{0};
+std::mutex g_fallbackMutex;
+std::vector<std::string> g_fallbacks;
 
 const char* Prefix(LangHost host) { return host == LangHost::kPlayer ? "PLAY_" : "LIVE_"; }
 
@@ -81,16 +86,51 @@ std::string LangConnectionText(const std::string& fileKey, const std::string& pa
 
 long LangTableReads() { return g_tableReads.load(); }
 
+void SetLangDatabaseFallbacks(std::vector<std::string> folders) {
+  for (std::string& f : folders)
+    if (!f.empty() && f.back() != '/') f += '/';
+  std::lock_guard<std::mutex> lock(g_fallbackMutex);
+  g_fallbacks = std::move(folders);
+}
+
+std::vector<std::string> LangDatabaseFallbacks() {
+  std::lock_guard<std::mutex> lock(g_fallbackMutex);
+  return g_fallbacks;
+}
+
+std::string FindLangDatabase(LangHost host, const std::string& folder) {
+  const std::string own = folder + LangDatabaseFile(host);
+  // Anything under the name in the program folder is its database, even
+  // one that cannot be read: that is reported, not passed over.
+  if (platform::PathExists(own)) return own;
+  for (const std::string& f : LangDatabaseFallbacks()) {
+    const std::string path = f + LangDatabaseFile(host);
+    if (platform::PathSize(path) > 0) return path;
+  }
+  return "";
+}
+
 bool LangTable::Open(LangHost host, const std::string& folder, std::string* error) {
   Close();
-  const std::string path = folder + LangDatabaseFile(host);
+  std::string path = FindLangDatabase(host, folder);
+  if (path.empty()) {
+    if (error) {
+      *error = "no language database: " + folder + LangDatabaseFile(host) + " does not exist";
+      const std::vector<std::string> fallbacks = LangDatabaseFallbacks();
+      if (!fallbacks.empty()) {
+        *error += ", nor in";
+        for (const std::string& f : fallbacks) *error += " " + f;
+      }
+    }
+    return false;
+  }
   std::optional<platform::FileDriver> driver = platform::DriverForDatabaseFile(path, error);
   if (!driver) return false;
 
   std::vector<std::pair<std::string, std::string>> attributes = {
       {"Description", "DVR language database"},
       {"FileType", driver->fileType},
-      {"DataDirectory", folder},
+      {"DataDirectory", path.substr(0, path.rfind('/') + 1)},
       {"MaxScanRows", "200"},
       {driver->iniFileKey, path},
   };
@@ -102,11 +142,13 @@ bool LangTable::Open(LangHost host, const std::string& folder, std::string* erro
     if (error) *error = path + ": " + reason;
     return false;
   }
+  path_ = path;
   return true;
 }
 
 void LangTable::Close() {
   connection_.Close();
+  path_.clear();
   table_.clear();
   read_ = false;
   rows_.clear();
@@ -139,6 +181,14 @@ bool LangTable::ReadTable(std::string* error) {
     return false;
   }
   ++g_tableReads;
+  // A table that is not there is said plainly, before the driver is asked
+  // for it (some drivers print their own complaints on standard error).
+  std::vector<std::string> tables;
+  if (connection_.TableNames(&tables, nullptr) &&
+      std::none_of(tables.begin(), tables.end(), [this](const std::string& t) { return EqualNoCase(t, table_); })) {
+    if (error) *error = "language table " + table_ + " is not in " + path_;
+    return false;
+  }
   int idColumn = -1, textColumn = -1, nationalColumn = -1;
   std::string reason;
   bool columnsOk = true;

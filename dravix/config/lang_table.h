@@ -10,6 +10,7 @@
 
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 namespace dravix::config {
 
@@ -20,6 +21,17 @@ inline constexpr char kLangDataSource[] = "DVRLang";
 
 // "LiveMultiLang.mdb" / "PlayerMultiLang.mdb".
 const char* LangDatabaseFile(LangHost host);
+// Folders that serve a host's language database when the program folder
+// has none: the databases installed with the package or built beside the
+// program. Each ends with '/'. Nothing is copied from them; they are only
+// read. Empty by default; the dravix program sets them.
+void SetLangDatabaseFallbacks(std::vector<std::string> folders);
+std::vector<std::string> LangDatabaseFallbacks();
+// The file that serves `host` for the program folder `folder`: its own
+// database when it has one, else the first fallback's; "" when there is
+// none anywhere.
+std::string FindLangDatabase(LangHost host, const std::string& folder);
+
 // "LIVE_CHT" / "PLAY_CHT".
 const char* DefaultLangTable(LangHost host);
 // The table of `language` (0 = ENG .. 10 = GER) for the host, e.g.
@@ -60,12 +72,15 @@ class LangTable {
   LangTable(const LangTable&) = delete;
   LangTable& operator=(const LangTable&) = delete;
 
-  // Registers the "DVRLang" user data source for folder + the host's file,
-  // with the driver the file's signature calls for, and connects to it.
+  // Registers the "DVRLang" user data source for the host's file (in
+  // `folder`, else in a fallback folder: FindLangDatabase), with the driver
+  // the file's signature calls for, and connects to it.
   // False with the reason in `error` (nothing stays open then).
   bool Open(LangHost host, const std::string& folder, std::string* error);
   bool IsOpen() const { return connection_.IsOpen(); }
   void Close();
+  // The open connection, for tools and tests that look into other tables.
+  platform::OdbcConnection& connection() { return connection_; }
 
   // Makes `table` (a known table name) the one lookups read.
   void Select(const std::string& table);
@@ -80,6 +95,7 @@ class LangTable {
   bool ReadTable(std::string* error);
 
   platform::OdbcConnection connection_;
+  std::string path_;  // the open database file
   std::string table_;
   bool read_ = false;
   std::unordered_map<UINT, LangRow> rows_;

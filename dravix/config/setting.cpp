@@ -101,10 +101,8 @@ int ISetting::ReadDVROptionFromFile(const char* path) {
   if (path == nullptr) return 0;
   std::ifstream in(path, std::ios::binary);
   if (!in) return 0;
-  auto rec = std::make_unique<tagDSDVROPTION>();
-  in.read(reinterpret_cast<char*>(rec.get()), sizeof *rec);
-  if (in.gcount() != static_cast<std::streamsize>(sizeof *rec)) return 0;
-  m_option = *rec;
+  // No check of size or version: a short file fills what it holds.
+  in.read(reinterpret_cast<char*>(&m_option), sizeof m_option);
   return 1;
 }
 

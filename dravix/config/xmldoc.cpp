@@ -8,6 +8,17 @@
 // order, so a reader or writer keeps a stack of the elements it has entered
 // and resolves each setting one step below the top.
 //
+// Only what XML 1.0 allows is written: before a save every text of the
+// tree (element text, CDATA, comments, attribute values) is kept to valid
+// UTF-8 and to the characters XML allows; control characters other than
+// tab, line feed and carriage return, U+FFFE/U+FFFF, and bytes that are not
+// part of a valid UTF-8 sequence are dropped. The lenient parser also takes
+// what a save must not repeat: an element or attribute whose name is not
+// an XML name is dropped (an element with its content), a repeated
+// attribute keeps its first value, and the declaration is written as
+// version 1.0, UTF-8, at the start only. A text read into a fixed array is
+// cut at a character boundary, never inside a character.
+//
 // Hostile files: lookups under an element with many children go through a
 // per-element index built once, values are read at most 1023 characters
 // deep, and no walk recurses, so a load stays linear in the file's size.
@@ -146,6 +157,18 @@ class ChildFinder {
   NameIndex* lastIndex_ = nullptr;
 };
 
+// The length of s[0..n) without a UTF-8 character that starts in it but
+// does not end in it (a cut made in the middle of a character).
+size_t CompletePrefix(const char* s, size_t n) {
+  for (size_t back = 1; back <= 4 && back <= n; ++back) {
+    const auto c = static_cast<unsigned char>(s[n - back]);
+    if ((c & 0xC0) == 0x80) continue;  // a continuation byte: look further back
+    const size_t need = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+    return need > back ? n - back : n;
+  }
+  return n;
+}
+
 // The text of an element and its descendants, cut to 1023 characters.
 // Iterative, and stops once the buffer is full.
 size_t ElementText(pugi::xml_node element, char (&out)[kValueBuffer]) {
@@ -167,6 +190,7 @@ size_t ElementText(pugi::xml_node element, char (&out)[kValueBuffer]) {
     if (!cur || cur == element) break;
     cur = cur.next_sibling();
   }
+  if (n == kValueBuffer - 1) n = CompletePrefix(out, n);  // possibly cut: never inside a character
   out[n] = '\0';
   return n;
 }
@@ -193,6 +217,151 @@ float ParseFloat(const char* s) {
   float v = 0.0f;
   const auto r = std::from_chars(s, s + std::strlen(s), v, std::chars_format::general);
   return r.ec == std::errc() ? v : 0.0f;
+}
+
+// The length of the valid UTF-8 character at the start of s[0..n) that
+// XML 1.0 allows, or 0 when there is none there.
+size_t AllowedCharLength(const unsigned char* s, size_t n) {
+  const unsigned c = s[0];
+  if (c < 0x80) return (c >= 0x20 || c == '\t' || c == '\n' || c == '\r') ? 1 : 0;
+  size_t len;
+  uint32_t cp;
+  if (c >= 0xC2 && c <= 0xDF) {
+    len = 2, cp = c & 0x1F;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    len = 3, cp = c & 0x0F;
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    len = 4, cp = c & 0x07;
+  } else {
+    return 0;
+  }
+  if (n < len) return 0;
+  for (size_t i = 1; i < len; ++i) {
+    if ((s[i] & 0xC0) != 0x80) return 0;
+    cp = (cp << 6) | (s[i] & 0x3Fu);
+  }
+  const bool shortest = (len == 3 && cp >= 0x800) || (len == 4 && cp >= 0x10000) || len == 2;
+  const bool allowed = cp <= 0x10FFFF && !(cp >= 0xD800 && cp <= 0xDFFF) && cp != 0xFFFE && cp != 0xFFFF;
+  return shortest && allowed ? len : 0;
+}
+
+// `text` without what XML 1.0 cannot hold; true when something was dropped.
+bool KeepXmlChars(std::string_view text, std::string* out) {
+  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+  size_t i = 0;
+  while (i < text.size()) {
+    const size_t len = AllowedCharLength(s + i, text.size() - i);
+    if (len == 0) break;
+    i += len;
+  }
+  if (i == text.size()) return false;
+  out->assign(text.substr(0, i));
+  while (i < text.size()) {
+    const size_t len = AllowedCharLength(s + i, text.size() - i);
+    if (len == 0) {
+      ++i;
+    } else {
+      out->append(text.substr(i, len));
+      i += len;
+    }
+  }
+  return true;
+}
+
+// Whether code point `c` may start (or, with `start` false, continue) an
+// XML 1.0 name.
+bool NameCodePoint(uint32_t c, bool start) {
+  if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':') return true;
+  if ((c >= 0xC0 && c <= 0xD6) || (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) ||
+      (c >= 0x370 && c <= 0x37D) || (c >= 0x37F && c <= 0x1FFF) || (c >= 0x200C && c <= 0x200D) ||
+      (c >= 0x2070 && c <= 0x218F) || (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) ||
+      (c >= 0xF900 && c <= 0xFDCF) || (c >= 0xFDF0 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0xEFFFF))
+    return true;
+  if (start) return false;
+  return c == '-' || c == '.' || (c >= '0' && c <= '9') || c == 0xB7 || (c >= 0x300 && c <= 0x36F) ||
+         (c >= 0x203F && c <= 0x2040);
+}
+
+// Whether `name` is an XML 1.0 name in valid UTF-8.
+bool XmlName(std::string_view name) {
+  const auto* s = reinterpret_cast<const unsigned char*>(name.data());
+  size_t i = 0;
+  while (i < name.size()) {
+    const size_t len = AllowedCharLength(s + i, name.size() - i);
+    if (len == 0) return false;
+    uint32_t c = len == 1 ? s[i] : s[i] & (0xFFu >> (len + 1));
+    for (size_t k = 1; k < len; ++k) c = (c << 6) | (s[i + k] & 0x3Fu);
+    if (!NameCodePoint(c, i == 0)) return false;
+    i += len;
+  }
+  return !name.empty();
+}
+
+// Makes the tree writable as XML 1.0 (see the top of the file). Returns
+// true when elements were removed.
+bool MakeTreeWritable(pugi::xml_document& dom) {
+  bool removedElements = false;
+  std::string kept;
+  pugi::xml_node cur = dom.first_child();
+  while (cur) {
+    const pugi::xml_node_type type = cur.type();
+    if (type == pugi::node_declaration) {
+      // Only "version" and "encoding", and only at the very start.
+      pugi::xml_node next = cur.next_sibling();
+      if (cur != dom.first_child()) {
+        dom.remove_child(cur);
+        cur = next;
+        continue;
+      }
+      while (cur.first_attribute()) cur.remove_attribute(cur.first_attribute());
+      cur.append_attribute("version") = "1.0";
+      cur.append_attribute("encoding") = "UTF-8";
+      cur = next;
+      continue;
+    }
+    if ((type == pugi::node_element || type == pugi::node_pi) && !XmlName(cur.name())) {
+      // A name no parser would take back: the element goes with its content.
+      pugi::xml_node next = cur.next_sibling();
+      pugi::xml_node parent = cur.parent();
+      removedElements = removedElements || type == pugi::node_element;
+      parent.remove_child(cur);
+      cur = next;
+      while (!cur && parent && parent != dom) {
+        cur = parent.next_sibling();
+        parent = parent.parent();
+      }
+      continue;
+    }
+    if (type == pugi::node_pcdata || type == pugi::node_cdata || type == pugi::node_comment ||
+        type == pugi::node_pi) {
+      if (KeepXmlChars(cur.value(), &kept)) cur.set_value(kept.c_str());
+    }
+    for (pugi::xml_attribute a = cur.first_attribute(); a;) {
+      pugi::xml_attribute next = a.next_attribute();
+      bool drop = !XmlName(a.name());
+      for (pugi::xml_attribute b = cur.first_attribute(); !drop && b != a; b = b.next_attribute())
+        drop = std::strcmp(a.name(), b.name()) == 0;  // a name given twice keeps its first value
+      if (drop) {
+        cur.remove_attribute(a);
+      } else if (KeepXmlChars(a.value(), &kept)) {
+        a.set_value(kept.c_str());
+      }
+      a = next;
+    }
+    if (cur.first_child()) {
+      cur = cur.first_child();
+      continue;
+    }
+    while (cur && !cur.next_sibling()) cur = cur.parent();
+    if (cur) cur = cur.next_sibling();
+  }
+  return removedElements;
+}
+
+// `text` cut to at most `max` bytes without splitting a UTF-8 character.
+std::string_view CutAtCharBoundary(std::string_view text, size_t max) {
+  if (text.size() <= max) return text;
+  return text.substr(0, CompletePrefix(text.data(), max));
 }
 
 // Replaces the content of `element` with one text (none when empty).
@@ -233,7 +402,7 @@ class TreeReader final : public OptionVisitor {
   void Text(std::string_view key, char* field, size_t cap, std::string_view def) override {
     std::memset(field, 0, cap);
     if (Read(key))
-      CopyOptionText(field, cap, std::string_view(buf_, len_));
+      CopyOptionText(field, cap, CutAtCharBoundary(std::string_view(buf_, len_), cap == 0 ? 0 : cap - 1));
     else
       CopyOptionText(field, cap, def);
   }
@@ -361,7 +530,8 @@ struct ZXMLMGR::Document {
     time.append_child("Second").text() = "0";
   }
 
-  bool Save(const std::string& path) {
+  // The document as it is saved, into out.bytes.
+  void Serialise() {
     // The tree holds UTF-8 whatever the file was read as, and is written
     // as UTF-8: a declaration naming another encoding would make the next
     // load convert the texts a second time.
@@ -370,9 +540,27 @@ struct ZXMLMGR::Document {
       pugi::xml_attribute enc = decl.attribute("encoding");
       if (enc) enc.set_value("UTF-8");
     }
+    if (MakeTreeWritable(dom)) finder.Clear();
     out.bytes.clear();  // keeps the capacity of the last save
     dom.save(out, "\t", pugi::format_indent, pugi::encoding_utf8);
+  }
+
+  bool Save(const std::string& path) {
+    Serialise();
     return dravix::platform::ReplaceFileAtomically(path, out.bytes);
+  }
+
+  // Load() from bytes in memory; a default document replaces unparsable
+  // bytes but is not written anywhere.
+  void LoadBytes(const void* data, size_t size) {
+    EnsureDefaults();
+    finder.Clear();
+    const pugi::xml_parse_result r = dom.load_buffer(
+        data, size, pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    if (r) MakeTreeWritable(dom);
+    parsed = static_cast<bool>(r) && RootCount() == 1;
+    if (!parsed) BuildDefault();
+    loaded = true;
   }
 
   // Reads the file into the tree; a missing or unparsable file is replaced
@@ -382,6 +570,7 @@ struct ZXMLMGR::Document {
     finder.Clear();
     const pugi::xml_parse_result r =
         dom.load_file(path.c_str(), pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    if (r) MakeTreeWritable(dom);  // before the root is counted: it may go
     // pugixml also takes a fragment with several top-level elements; a
     // document has exactly one.
     parsed = static_cast<bool>(r) && RootCount() == 1;
@@ -435,6 +624,22 @@ int ZXMLMGR::SaveOption(tagDSZEPLODVROPTION& option, int flag) {
   if (flag != 1) CopyOptionSections(doc_->sections, option, kAllSections);
   doc_->Write(kAllSections);
   return doc_->Save(path) ? 1 : 0;
+}
+
+int ZXMLMGR::LoadOptionFromBuffer(const void* data, size_t size, tagDSZEPLODVROPTION& option) {
+  doc_->LoadBytes(data, size);
+  doc_->Read(kAllSections);
+  CopyOptionSections(option, doc_->sections, kAllSections);
+  return 1;
+}
+
+int ZXMLMGR::SaveOptionToBuffer(tagDSZEPLODVROPTION& option, int flag, std::string& out) {
+  if (!doc_->loaded) doc_->LoadBytes("", 0);
+  if (flag != 1) CopyOptionSections(doc_->sections, option, kAllSections);
+  doc_->Write(kAllSections);
+  doc_->Serialise();
+  out = doc_->out.bytes;
+  return 1;
 }
 
 int ZXMLMGR::LoadPlayerOption(tagDSZEPLODVROPTION& option) {

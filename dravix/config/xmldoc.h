@@ -5,13 +5,17 @@
 // element tree and back, section by section (General, Camera, Device, View,
 // Map, User, Audio, Player, POS). A missing or unparsable file is replaced by
 // the default document; a missing element gives its default. Saving replaces
-// the file atomically: a crash leaves the old or the new document.
+// the file atomically: a crash leaves the old or the new document. Only
+// characters XML 1.0 allows are written (control characters and bytes that
+// are not valid UTF-8 are dropped), and texts from the document are cut at a
+// character boundary.
 //
 // Not thread-safe: one thread at a time. No exception leaves it.
 #pragma once
 
 #include "dravix/config/dvroption.h"
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
@@ -44,6 +48,13 @@ class ZXMLMGR {
   // writes every section into the tree and saves the file. Returns 1, or 0
   // when the file could not be written.
   int SaveOption(tagDSZEPLODVROPTION& option, int flag);
+
+  // LoadOption and SaveOption without the file: the document is read from
+  // `size` bytes at `data` (unparsable bytes give the default document,
+  // kept in memory only) and saved into `out`, byte for byte what the file
+  // would hold.
+  int LoadOptionFromBuffer(const void* data, size_t size, tagDSZEPLODVROPTION& option);
+  int SaveOptionToBuffer(tagDSZEPLODVROPTION& option, int flag, std::string& out);
 
   // The player's view: loads the document and fills the General, Camera,
   // User and Player parts (preference, player audio, talk).

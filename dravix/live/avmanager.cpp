@@ -219,7 +219,12 @@ int IAVManager::GetVideoCount() {
   ReadVideoDevices(*devices);
 
   IBt878Utl* card = IBt878Utl::Instance();
-  if (m_bCardReady) WriteCardLayout();
+  if (m_bCardReady) {
+    WriteCardLayout();
+  } else {
+    // Truncated all the same: a layout left from an earlier run must not be read as this one's.
+    dravix::platform::ReplaceFileAtomically(GetModulePath() + kGPIOInfoName, std::string());
+  }
 
   int count = card->GetTotalChannels();
   if (!card->isServer()) count -= card->GetLiveCameraIndexBase();

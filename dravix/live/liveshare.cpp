@@ -1,7 +1,7 @@
 // The shared live-file table.
 //
-// Updates (Add, Delete, and the first write of a fresh region) run under the
-// cross-process mutex. HasToken, WriteSM and ForEachRecord walk the table
+// Updates (Add, Delete) run under the cross-process mutex; a fresh region is
+// laid out while the region itself is still closed to other openers. HasToken, WriteSM and ForEachRecord walk the table
 // without it while another process may be updating, so every field of a
 // record is read and written through atomic accesses of its own width (the
 // name as two 8-byte words), and an update publishes a record in an order
@@ -126,15 +126,15 @@ ZShareMem* ZShareMem::Instance() {
 }
 
 ZShareMem::ZShareMem() : m_empty{{}, kEndOfList, 0} {
+  // Neither opening the mutex nor opening the region waits for the lock's
+  // holder: a region that already exists is ready, and a fresh one gets its
+  // end-of-list record before any other process can open it.
   std::shared_ptr<dravix::platform::NamedMutex> mutex = dravix::platform::NamedMutex::Open(kMutexName);
   if (mutex == nullptr) return;
-  MutexHold hold(*mutex);
-  if (!hold.held()) return;
-  bool fresh = false;
-  std::shared_ptr<dravix::platform::SharedMemory> map =
-      dravix::platform::SharedMemory::Open(kRegionName, kRegionSize, &fresh);
+  const tagSHAREFILE end = m_empty;
+  std::shared_ptr<dravix::platform::SharedMemory> map = dravix::platform::SharedMemory::Open(
+      kRegionName, kRegionSize, nullptr, [&end](void* view) { Publish(Slots(view)[0], end.name, end.count, end.state); });
   if (map == nullptr) return;
-  if (fresh) Publish(Slots(map->data())[0], m_empty.name, m_empty.count, m_empty.state);
   m_view = map->data();
   m_map = std::move(map);
   m_mutex = std::move(mutex);

@@ -162,7 +162,11 @@ BOOL ZBaseLog::WriteV(const char* format, ...) {
 
 BOOL ZBaseLog::RangeFile(const char* name) {
   const std::string target = GetModulePath() + "OLD" + (name == nullptr ? "" : name);
-  if (dravix::platform::PathExists(target)) dravix::platform::DeleteFileAt(target);
-  dravix::platform::RenamePath(m_filePath, target);
+  // The move replaces the older generation in one step, so a move that
+  // fails keeps it; on another disk the log is copied across, then removed.
+  std::string error;
+  if (!dravix::platform::MoveFileReplacing(m_filePath, target, &error)) {
+    dravix::platform::OutputDebugText(("log rotation: " + error + "\n").c_str());
+  }
   return TRUE;
 }

@@ -1,5 +1,7 @@
 #include "dravix/platform/files.h"
 
+#include "dravix/platform/staged_file.h"
+
 #include <dirent.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -7,7 +9,11 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <fcntl.h>
+
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -114,6 +120,44 @@ bool DeleteFileAt(const std::string& path) {
 }
 
 bool RemoveEmptyFolder(const std::string& path) { return rmdir(path.c_str()) == 0; }
+
+bool MoveFileReplacing(const std::string& from, const std::string& to, std::string* error) {
+  if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+  if (errno != EXDEV) {
+    if (error != nullptr) *error = "cannot move " + from + " to " + to + ": " + std::strerror(errno);
+    return false;
+  }
+  const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (in < 0) {
+    if (error != nullptr) *error = "cannot read " + from + ": " + std::strerror(errno);
+    return false;
+  }
+  StagedFile out;
+  bool ok = out.Open(to, error);
+  char buf[1 << 16];
+  while (ok) {
+    const ssize_t n = read(in, buf, sizeof buf);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      if (error != nullptr) *error = "cannot read " + from + ": " + std::strerror(errno);
+      ok = false;
+    } else if (n == 0) {
+      break;
+    } else {
+      ok = out.Write(buf, static_cast<size_t>(n), error);
+    }
+  }
+  struct stat st {};
+  const unsigned mode = fstat(in, &st) == 0 ? (st.st_mode & 07777) : 0644;
+  close(in);
+  if (!ok || !out.Commit(mode, error)) return false;
+  // The copy is in place; the source must not stay behind as a second copy.
+  if (unlink(from.c_str()) != 0) {
+    const int fd = open(from.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC | O_NONBLOCK);
+    if (fd >= 0) close(fd);
+  }
+  return true;
+}
 
 void MakeWritable(const std::string& path) {
   struct stat st;

@@ -39,6 +39,12 @@ bool MatchWildcard(const std::string& mask, const std::string& name);
 
 bool DeleteFileAt(const std::string& path);       // unlink; fails for folders
 bool RemoveEmptyFolder(const std::string& path);  // rmdir
+// Moves the file `from` to `to`, replacing `to`, also between file systems:
+// where a rename cannot cross, the content is copied into a staged file
+// beside `to` that replaces it only when whole, and then `from` is removed
+// (emptied when it cannot be removed). On failure `to` is as it was and
+// `error`, when given, says why.
+bool MoveFileReplacing(const std::string& from, const std::string& to, std::string* error = nullptr);
 void MakeWritable(const std::string& path);       // the "normal" attributes
 
 struct DiskSpace {

@@ -161,13 +161,18 @@ bool LoadFile(const char* path, IniText& ini, bool* missing = nullptr) {
 }
 
 // The value of section/key, or nullopt. Lines with a key but no '=' count
-// as absent.
+// as absent. One pair of matching single or double quotes around the
+// trimmed value is dropped (blanks inside them are kept).
 std::optional<std::string_view> Find(const IniText& ini, std::string_view section, std::string_view key) {
   const long header = ini.FindSection(section);
   if (header < 0 || key.empty()) return std::nullopt;
   const long line = ini.FindKey(static_cast<size_t>(header), key);
   if (line < 0 || !ini.lines[static_cast<size_t>(line)].hasValue) return std::nullopt;
-  return ini.lines[static_cast<size_t>(line)].value;
+  std::string_view value = ini.lines[static_cast<size_t>(line)].value;
+  if (value.size() >= 2 && (value.front() == '"' || value.front() == '\'') && value.back() == value.front()) {
+    value = value.substr(1, value.size() - 2);
+  }
+  return value;
 }
 
 DWORD CopyCut(std::string_view value, char* out, DWORD size) {

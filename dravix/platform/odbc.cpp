@@ -266,6 +266,30 @@ bool OdbcConnection::Open(const std::string& connectionText, std::string* error)
 bool OdbcConnection::Query(const std::string& sql,
                            const std::function<void(const std::vector<std::string>&)>& onColumns,
                            const std::function<bool(const OdbcRow&)>& onRow, std::string* error) {
+  std::vector<SQLCHAR> text(sql.begin(), sql.end());
+  text.push_back('\0');
+  return Run([&text](void* stmt) { return SQLExecDirect(static_cast<SQLHSTMT>(stmt), text.data(), SQL_NTS); },
+             onColumns, onRow, error);
+}
+
+bool OdbcConnection::TableNames(std::vector<std::string>* names, std::string* error) {
+  names->clear();
+  SQLCHAR type[] = "TABLE";
+  return Run(
+      [&type](void* stmt) {
+        return SQLTables(static_cast<SQLHSTMT>(stmt), nullptr, 0, nullptr, 0, nullptr, 0, type, SQL_NTS);
+      },
+      {},
+      [names](const OdbcRow& row) {
+        if (row.size() >= 3 && row[2]) names->push_back(*row[2]);  // TABLE_NAME
+        return true;
+      },
+      error);
+}
+
+bool OdbcConnection::Run(const std::function<short(void*)>& execute,
+                         const std::function<void(const std::vector<std::string>&)>& onColumns,
+                         const std::function<bool(const OdbcRow&)>& onRow, std::string* error) {
   if (!connected_) {
     if (error) *error = "not connected";
     return false;
@@ -280,9 +304,7 @@ bool OdbcConnection::Query(const std::string& sql,
     ~StatementGuard() { SQLFreeHandle(SQL_HANDLE_STMT, h); }
   } guard{stmt};
 
-  std::vector<SQLCHAR> text(sql.begin(), sql.end());
-  text.push_back('\0');
-  if (!SQL_SUCCEEDED(SQLExecDirect(stmt, text.data(), SQL_NTS))) {
+  if (!SQL_SUCCEEDED(execute(stmt))) {
     if (error) *error = Diagnostics(SQL_HANDLE_STMT, stmt);
     if (error && error->empty()) *error = "statement failed";
     return false;

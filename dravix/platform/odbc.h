@@ -95,8 +95,17 @@ class OdbcConnection {
   // fails.
   bool Query(const std::string& sql, const std::function<void(const std::vector<std::string>&)>& onColumns,
              const std::function<bool(const OdbcRow&)>& onRow, std::string* error);
+  // The names of the database's tables (catalog functions, no statement
+  // text). False with the reason in `error` when the driver cannot list them.
+  bool TableNames(std::vector<std::string>* names, std::string* error);
 
  private:
+  // Runs what `execute` starts on a new statement (its return is a SQLRETURN)
+  // and reads the result as Query does.
+  bool Run(const std::function<short(void*)>& execute,
+           const std::function<void(const std::vector<std::string>&)>& onColumns,
+           const std::function<bool(const OdbcRow&)>& onRow, std::string* error);
+
   void* env_ = nullptr;  // SQLHENV
   void* dbc_ = nullptr;  // SQLHDBC
   bool connected_ = false;

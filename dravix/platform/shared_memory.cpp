@@ -40,7 +40,8 @@ std::string ShmName(const std::string& path) { return path.substr(path.rfind('/'
 SharedMemory::SharedMemory(int fd, void* data, size_t size, std::string path)
     : fd_(fd), data_(data), size_(size), path_(std::move(path)) {}
 
-std::unique_ptr<SharedMemory> SharedMemory::Open(const std::string& name, size_t size, bool* fresh) {
+std::unique_ptr<SharedMemory> SharedMemory::Open(const std::string& name, size_t size, bool* fresh,
+                                                 const std::function<void(void*)>& initialise) {
   if (fresh != nullptr) *fresh = false;
   if (size == 0) return nullptr;
   const std::string path = ObjectPath(name);
@@ -80,6 +81,7 @@ std::unique_ptr<SharedMemory> SharedMemory::Open(const std::string& name, size_t
       close(fd);
       return nullptr;
     }
+    if (alone && initialise) initialise(data);  // still under the gate: nobody else sees it yet
     OfdLock(fd, F_UNLCK, kGateByte, false);
     if (fresh != nullptr) *fresh = alone;
     return std::unique_ptr<SharedMemory>(new SharedMemory(fd, data, size, path));

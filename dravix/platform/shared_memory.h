@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -26,8 +27,10 @@ class SharedMemory {
   // process holds it. *fresh (when not null) tells whether the caller is the
   // one that started it, in which case it reads as zeros. nullptr when the
   // object cannot be made or mapped, or a live holder has it with a
-  // different size.
-  static std::unique_ptr<SharedMemory> Open(const std::string& name, size_t size, bool* fresh = nullptr);
+  // different size. `initialise`, when given, lays out a fresh region
+  // before any other process can open it.
+  static std::unique_ptr<SharedMemory> Open(const std::string& name, size_t size, bool* fresh = nullptr,
+                                            const std::function<void(void*)>& initialise = {});
   // true while some live process (this one included) holds `name` open.
   static bool Exists(const std::string& name);
 

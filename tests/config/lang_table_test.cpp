@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -83,6 +84,76 @@ TEST_F(LangTableTest, AnAccessFileIsRegisteredForMdbTools) {
   table.Select("LIVE_CHT");
   EXPECT_EQ(table.Find(4503, &error), nullptr);
   EXPECT_NE(error.find("LIVE_CHT"), std::string::npos) << error;
+}
+
+// A real Jet 4 file from elsewhere, standing in for a language database of
+// the old system: it connects through MDBTools, the missing language table
+// is reported once with empty texts, and its own table is readable.
+TEST_F(LangTableTest, ARealAccessFileIsReadThroughMdbTools) {
+  const std::string sample = std::string(DRAVIX_SHARED_TESTDATA) + "/DateTestDatabase.mdb";
+  if (!std::filesystem::is_regular_file(sample)) GTEST_SKIP() << "no Access sample file at " << sample;
+  std::filesystem::copy_file(sample, Path("LiveMultiLang.mdb"));
+  std::filesystem::permissions(Path("LiveMultiLang.mdb"), std::filesystem::perms::owner_write,
+                               std::filesystem::perm_options::add);
+
+  ::testing::internal::CaptureStderr();
+  IString::SetHost(IString::LIVE);
+  EXPECT_EQ(IString::Instance()->LoadLang(IString::CHT), 1);
+  for (UINT id : {4503u, 4504u, 4503u}) EXPECT_STREQ(IString::Instance()->LoadStringA(id), "") << id;
+  EXPECT_STREQ(IString::Instance()->LoadMultiString(4503), "");
+  IString::Instance()->CloseDataBase();
+  const std::string err = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(err.find("Database Open Error"), std::string::npos) << err;
+  EXPECT_EQ(err, "language table LIVE_CHT is not in " + Path("LiveMultiLang.mdb") + "\n");  // once, nothing else
+  EXPECT_EQ(dravix::platform::ReadUserDataSource("DVRLang", "Driver"), "MDBTools");
+
+  dravix::config::LangTable table;
+  std::string error;
+  ASSERT_TRUE(table.Open(LangHost::kLive, home(), &error)) << error;
+  std::vector<std::string> columns;
+  std::vector<std::string> ids, shortTexts;
+  ASSERT_TRUE(table.connection().Query(
+      "SELECT * FROM DateTest", [&](const std::vector<std::string>& names) { columns = names; },
+      [&](const dravix::platform::OdbcRow& row) {
+        ids.push_back(row[0].value_or("<null>"));
+        shortTexts.push_back(row[5].value_or("<null>"));
+        return true;
+      },
+      &error))
+      << error;
+  EXPECT_EQ(columns, (std::vector<std::string>{"IDCol", "DateTimeCol", "DateCol", "TimeCol", "LongTextCol",
+                                                "ShortTextCol"}));
+  EXPECT_EQ(ids, (std::vector<std::string>{"1", "2", "3", "4", "5", "6"}));
+  ASSERT_FALSE(shortTexts.empty());
+  EXPECT_EQ(shortTexts[0], "Hello");
+}
+
+// A program folder without a database of its own reads the first fallback
+// folder that has one, and copies nothing into the program folder.
+TEST_F(LangTableTest, AFolderWithoutDatabasesReadsTheFallbacks) {
+  struct Reset {
+    ~Reset() { dravix::config::SetLangDatabaseFallbacks({}); }
+  } reset;
+  const std::string elsewhere = home() + "none";
+  dravix::config::SetLangDatabaseFallbacks({elsewhere, dravix::test::BuiltLangFolder()});
+  const std::string program = home() + "program/";
+  std::filesystem::create_directories(program);
+  EXPECT_EQ(dravix::config::FindLangDatabase(LangHost::kPlayer, program),
+            dravix::test::BuiltLangFolder() + "PlayerMultiLang.mdb");
+  dravix::config::LangTable table;
+  std::string error;
+  ASSERT_TRUE(table.Open(LangHost::kLive, program, &error)) << error;
+  table.Select("LIVE_ENG");
+  const dravix::config::LangRow* row = table.Find(4504, &error);
+  ASSERT_NE(row, nullptr) << error;
+  EXPECT_EQ(row->text, "Camera 2");
+  EXPECT_TRUE(std::filesystem::is_empty(program));
+
+  // With no database anywhere the error names every folder searched.
+  dravix::config::SetLangDatabaseFallbacks({elsewhere});
+  EXPECT_FALSE(table.Open(LangHost::kLive, program, &error));
+  EXPECT_NE(error.find(program + "LiveMultiLang.mdb"), std::string::npos) << error;
+  EXPECT_NE(error.find(elsewhere + "/"), std::string::npos) << error;
 }
 
 TEST_F(LangTableTest, AnUnregisteredDriverIsFoundByItsLibrary) {

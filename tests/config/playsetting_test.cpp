@@ -2,6 +2,10 @@
 #include "dravix/config/setting.h"
 #include "tests/config/option_fixture.h"
 
+#include <functional>
+#include <memory>
+#include <string>
+
 namespace dravix::test {
 namespace {
 
@@ -67,8 +71,8 @@ TEST_F(PlaySettingTest, SavesReachTheDocumentAndKeepTheRecordersSections) {
   EXPECT_EQ(IBackupSetting::Instance()->IsDirectAccess(), 1);
 }
 
-// The player takes a raw main record of any length, the settings store
-// only a whole one.
+// Both readers take a raw main record of any length: a short file fills
+// only what it holds.
 TEST_F(PlaySettingTest, RawMainRecordReaders) {
   auto raw = std::make_unique<tagDSDVROPTION>();
   raw->nVersion = 1500;
@@ -77,22 +81,28 @@ TEST_F(PlaySettingTest, RawMainRecordReaders) {
   raw->dsCamera[9].nPrivilege = 2;
   WriteFile("whole.zmi", std::string(reinterpret_cast<const char*>(raw.get()), sizeof *raw));
   WriteFile("short.zmi", std::string("\xdc\x05\0\0short", 9));
+  struct Reader {
+    const char* name;
+    std::function<int(const char*)> read;
+    std::function<std::string()> site;
+  };
   ISetting* s = ISetting::Instance();
-  for (const char* f : {"absent.zmi", "short.zmi"}) EXPECT_EQ(s->ReadDVROptionFromFile(Path(f).c_str()), 0) << f;
-  EXPECT_STRNE(s->GetSiteName(), "from file");
-  EXPECT_EQ(s->ReadDVROptionFromFile(Path("whole.zmi").c_str()), 1);
-  EXPECT_STREQ(s->GetSiteName(), "from file");
-
   IPlaySetting* p = IPlaySetting::Instance();
-  EXPECT_EQ(p->ReadDVROptionFromFile(Path("absent.zmi").c_str()), 0);
-  EXPECT_EQ(p->ReadDVROptionFromFile(Path("whole.zmi").c_str()), 1);
-  EXPECT_STREQ(p->GetSiteName(), "from file");
+  const Reader readers[] = {
+      {"settings", [s](const char* f) { return s->ReadDVROptionFromFile(f); }, [s] { return std::string(s->GetSiteName()); }},
+      {"player", [p](const char* f) { return p->ReadDVROptionFromFile(f); }, [p] { return std::string(p->GetSiteName()); }},
+  };
+  for (const Reader& r : readers) {
+    SCOPED_TRACE(r.name);
+    EXPECT_EQ(r.read(Path("absent.zmi").c_str()), 0);
+    EXPECT_NE(r.site(), "from file");
+    EXPECT_EQ(r.read(Path("whole.zmi").c_str()), 1);
+    EXPECT_EQ(r.site(), "from file");
+    EXPECT_EQ(r.read(Path("short.zmi").c_str()), 1);
+    EXPECT_EQ(r.site(), "shortfile");  // no terminator in the file
+  }
   EXPECT_STREQ(p->GetCameraName(9), "yard");
   EXPECT_EQ(p->GetCameraPrivilege(9), 2);
-  // A short file fills only what it holds.
-  EXPECT_EQ(p->ReadDVROptionFromFile(Path("short.zmi").c_str()), 1);
-  EXPECT_STREQ(p->GetSiteName(), "shortfile");  // no terminator in the file
-  EXPECT_STREQ(p->GetCameraName(9), "yard");
 }
 
 }  // namespace

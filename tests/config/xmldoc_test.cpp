@@ -230,6 +230,60 @@ TEST_F(XmlDocTest, TextsAreCutInsideTheirBoundAndFloatsWrittenWithSixDecimals) {
   EXPECT_FLOAT_EQ(back->dsDVROption.dsGeneral.dsRecycle.fKeepRatio, 0.95f);
 }
 
+// Whatever the record or the document holds, the saved file stays well-formed
+// XML 1.0 in UTF-8 (checked by xmllint), and a cut text never ends inside a
+// character.
+TEST_F(XmlDocTest, SavedDocumentsHoldOnlyCharactersXmlAllows) {
+  auto wellFormed = [this] {
+    int status = 0;
+    RunCommand("xmllint --noout '" + DocPath() + "' 2>&1", &status);
+    return status == 0;
+  };
+  auto o = LoadFresh();
+  config::CopyOptionText(o->dsDVROption.dsGeneral.szSiteName, "bell\x07 esc\x1b tab\t end");
+  config::CopyOptionText(o->dsDVROption.dsCamera[0].szName, "bad \xff\xc3 bytes");
+  ASSERT_EQ(ZXMLMGR().SaveOption(*o, 0), 1);
+  EXPECT_TRUE(wellFormed()) << Slurp(DocPath());
+  auto back = LoadFresh();
+  EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "bell esc tab\t end");
+  EXPECT_STREQ(back->dsDVROption.dsCamera[0].szName, "bad  bytes");
+
+  // Texts longer than their field (31 bytes for a camera name) from the document.
+  SetElement(DocPath(), "<Camera1>", "Name", std::string(30, 'n') + "\xc3\xa9" + "x");
+  SetElement(DocPath(), "<Camera2>", "Name", std::string(29, 'n') + "\xe4\xb8\xad" + "x");
+  SetElement(DocPath(), "<Camera3>", "Name", std::string(27, 'n') + "\xf0\x9f\x93\xb7");
+  SetElement(DocPath(), "<General>", "SiteName", "a&#7;b&#x1B;c");  // parsed, but not XML 1.0
+  back = LoadFresh();
+  EXPECT_EQ(std::string(back->dsDVROption.dsCamera[1].szName), std::string(30, 'n'));
+  EXPECT_EQ(std::string(back->dsDVROption.dsCamera[2].szName), std::string(29, 'n'));
+  EXPECT_EQ(std::string(back->dsDVROption.dsCamera[3].szName), std::string(27, 'n') + "\xf0\x9f\x93\xb7");
+  ASSERT_EQ(ZXMLMGR().SaveOption(*back, 0), 1);
+  EXPECT_TRUE(wellFormed()) << Slurp(DocPath());
+  EXPECT_STREQ(LoadFresh()->dsDVROption.dsGeneral.szSiteName, "abc");
+
+  // The in-memory path saves the same bytes as the file.
+  std::string saved;
+  ZXMLMGR mem;
+  const std::string file = Slurp(DocPath());
+  auto m = NewOption();
+  mem.LoadOptionFromBuffer(file.data(), file.size(), *m);
+  EXPECT_EQ(mem.LastLoadParsed(), 1);
+  ASSERT_EQ(mem.SaveOptionToBuffer(*m, 0, saved), 1);
+  EXPECT_EQ(saved, file);
+
+  // What the parser lets through but a save must not repeat: a declaration
+  // with other pseudo-attributes, a repeated attribute, a name outside XML.
+  WriteFile(config::kOptionFileName,
+            "<?xml version=\"1.0\" bogus=\"x\"?><f:ZeploXML xmlns:f=\"u\" a=\"1\" a=\"2\"><General>"
+            "<SiteName>kept</SiteName><\xc3\x97\x62\x61\x64>x</\xc3\x97\x62\x61\x64></General></f:ZeploXML>");
+  int parsed = 0;
+  back = LoadFresh(&parsed);
+  EXPECT_EQ(parsed, 1);
+  EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "kept");
+  ASSERT_EQ(ZXMLMGR().SaveOption(*back, 0), 1);
+  EXPECT_TRUE(wellFormed()) << Slurp(DocPath()).substr(0, 400);
+}
+
 TEST_F(XmlDocTest, PathStepsMatchLocalNamesAndAForeignRootTakesNothing) {
   WriteFile(config::kOptionFileName,
             "<x:ZeploXML xmlns:x='urn:other' xmlns:y='urn:y'><y:General><SiteName>north gate</SiteName>"

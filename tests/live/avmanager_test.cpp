@@ -24,7 +24,9 @@ class CountingCard : public ZSimCard {
     ++totalCalls;
     return ZSimCard::GetTotalChannels();
   }
+  int initial() override { return failInitial ? 0 : ZSimCard::initial(); }
   int totalCalls = 0;
+  bool failInitial = false;
 };
 
 SimCardProfile Layout(std::vector<SimCardLayout> cards, int hardwareVersion = 3) {
@@ -197,6 +199,19 @@ TEST_F(AVManagerTest, CardLayoutFileModelLineAndCameraIds) {
   EXPECT_EQ(m->CameraCode(13), 301);
   EXPECT_EQ(m->GetCameraID(1, 2), 6);
   EXPECT_EQ(m->GetCameraID(9, 9), -1);
+}
+
+// A card library that does not start gathers nothing, but the layout file is
+// still truncated so the I/O side never reads a layout from an earlier run.
+TEST_F(AVManagerTest, FailedCardStartTruncatesTheLayoutFile) {
+  WriteFile(kGPIOInfoName, std::string("\x03\x00\x00\x00\x01\x02\x03", 7));
+  Use(Layout({{2, 4}}), {ZepName("0", '0')});
+  card_->failInitial = true;
+  ILog::Instance()->SetFilename("General.log");
+  IAVManager::Instance()->GetVideoCount();
+  EXPECT_TRUE(FileExists(Path(kGPIOInfoName).c_str()));
+  EXPECT_EQ(ReadFile(Path(kGPIOInfoName)), "");
+  EXPECT_EQ(ReadFile(Path("General.log")).find("DVRModel"), std::string::npos);
 }
 
 // Eight-input chips on hardware before version 3 take the G table; everything else the B table.

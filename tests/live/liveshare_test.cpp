@@ -237,4 +237,15 @@ TEST_F(Registry, ProcessKilledWhileHoldingTheLockDoesNotBlockOthers) {
   EXPECT_EQ(adder.Wait(), 0);
 }
 
+// A process that stops while holding the lock must not freeze every program
+// that starts: opening the existing table and reading it need no lock.
+TEST_F(Registry, OpeningAndReadingDoNotWaitForTheLockHolder) {
+  Peer locker({"add:\\r\\h.zmf", "lock", "ready", "wait"});
+  ASSERT_EQ(locker.ReadLine(), "ready");
+  Peer reader({"has:\\r\\h.zmf", "has:\\r\\z.zmf"});
+  EXPECT_EQ(reader.ReadLine(5000), "1");
+  EXPECT_EQ(reader.ReadLine(5000), "0");
+  EXPECT_EQ(reader.Wait(5000), 0);
+}
+
 }  // namespace

@@ -1,10 +1,16 @@
 #include "dravix/log/ilog.h"
 #include "tests/support/test_home.h"
 
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -143,6 +149,45 @@ TEST_F(Log, EmbeddedModelLogsToTheDriveFolderAndRotatesIntoTheProgramFolder) {
   EXPECT_EQ(Size(Path("OLDLive.log")), 3145729u);
   EXPECT_TRUE(log.Write("on d\r\n"));
   EXPECT_EQ(ReadFile(drive + "Live.log"), "on d\r\n");
+  dravix::test::RemoveTree(drive);
+}
+
+// Drive D on its own file system: a rename cannot carry the log into the
+// program folder, so rotation must copy it there and start an empty log.
+TEST_F(Log, EmbeddedRotationAcrossFileSystemsKeepsOneOlderGeneration) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to mount a tmpfs as drive D";
+  if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+    GTEST_SKIP() << "no private mount namespace: " << std::strerror(errno);
+  }
+  const std::string drive = dravix::test::MakeTempFolder("dravix-drive-d-");
+  ASSERT_EQ(mount("tmpfs", drive.c_str(), "tmpfs", 0, "size=32m"), 0) << std::strerror(errno);
+  struct stat a {}, b {};
+  ASSERT_EQ(stat(drive.c_str(), &a), 0);
+  ASSERT_EQ(stat(Path("").c_str(), &b), 0);
+  ASSERT_NE(a.st_dev, b.st_dev);
+
+  WriteFile("Live.ini", "[MODEL]\nZEPLOEMBEDED=1\n");
+  WriteFile("OLDLive.log", "generation before");
+  dravix::log::SetEmbeddedBaseFolder(drive.c_str());
+  std::ofstream(drive + "Live.log") << std::string(ZBaseLog::kRotateSize + 1, 'q');
+  {
+    ZBaseLog log;
+    ASSERT_TRUE(log.SetFilename("Live.log"));  // rotated when named
+    EXPECT_EQ(Size(Path("OLDLive.log")), ZBaseLog::kRotateSize + 1u);
+    EXPECT_EQ(Size(drive + "Live.log"), 0u);
+    // Growth by writing rotates at the 100th write, again across.
+    const std::string chunk(ZBaseLog::kRotateSize / 99 + 1, 'w');
+    for (int i = 0; i < 100; ++i) ASSERT_TRUE(log.Write(chunk.c_str()));
+    EXPECT_EQ(Size(Path("OLDLive.log")), 100 * chunk.size());
+    EXPECT_EQ(Size(drive + "Live.log"), 0u);
+    EXPECT_TRUE(log.Write("after\r\n"));
+    EXPECT_EQ(ReadFile(drive + "Live.log"), "after\r\n");
+  }
+  std::vector<std::string> left;
+  for (const auto& e : std::filesystem::directory_iterator(Path(""))) left.push_back(e.path().filename());
+  std::sort(left.begin(), left.end());
+  EXPECT_EQ(left, (std::vector<std::string>{"Live.ini", "OLDLive.log"}));  // no staged copy left over
+  umount2(drive.c_str(), MNT_DETACH);
   dravix::test::RemoveTree(drive);
 }
 

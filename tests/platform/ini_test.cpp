@@ -42,6 +42,13 @@ TEST_F(Ini, TrimmingCaseAndTrailingBlankRules) {
       "EMPTY=\n"
       "NOEQ\n"
       "Path = C:\\dvr\\a=b\t\n"
+      "Q1 = \"1\" \n"
+      "Q2='a b '\n"
+      "Q3=\"mixed'\n"
+      "Q4=\"\"\n"
+      "Q5=\"\n"
+      "Q6=\"\"x\"\"\n"
+      "Q7=\"a\"b\n"
       "[model]\n"
       "Other=2\n");
   struct Case {
@@ -56,8 +63,14 @@ TEST_F(Ini, TrimmingCaseAndTrailingBlankRules) {
       {"MODEL", "Other", "<def>"},  // only the first section of a name is seen
       {"", "orphan", "<def>"},          {"MODEL", "orphan", "<def>"}, {"MODEL", "; a comment", "<def>"},
       {"MODEL", "", "<def>"},           {"NOSUCH", "WATCHDOG", "<def>"},
+      // one pair of matching quotes around the value is dropped
+      {"MODEL", "Q1", "1"},             {"MODEL", "Q2", "a b "},      {"MODEL", "Q3", "\"mixed'"},
+      {"MODEL", "Q4", ""},              {"MODEL", "Q5", "\""},        {"MODEL", "Q6", "\"x\""},
+      {"MODEL", "Q7", "\"a\"b"},
   };
   for (const Case& c : cases) EXPECT_EQ(Get(c.section, c.key), c.want) << c.section << "/" << c.key;
+  EXPECT_EQ(GetPrivateProfileIntA("MODEL", "Q1", 7, file_.c_str()), 1u);
+  EXPECT_EQ(LookupIniValue(file_, "MODEL", "Q2"), "a b ");
 }
 
 TEST_F(Ini, DefaultTextAndMissingFile) {
