@@ -1,10 +1,20 @@
 #include "dravix/platform/staged_file.h"
 
+#include "dravix/platform/fault_injection.h"
+#include "dravix/platform/file_io.h"
+
+#include <dirent.h>
 #include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <utility>
 #include <vector>
@@ -13,6 +23,7 @@ namespace dravix::platform {
 namespace {
 
 bool Fail(std::string* error, const std::string& what, const std::string& where, int err) {
+  SetLastFileError(err);
   if (error != nullptr) *error = what + " " + where + ": " + std::strerror(err);
   return false;
 }
@@ -61,6 +72,7 @@ bool StagedFile::Open(const std::string& target, std::string* error) {
   target_ = target;
   // The temporary file lives beside the target so that rename() stays on
   // one file system and is atomic.
+  if (IoFaultHere(IoKind::kOpen)) return Fail(error, "cannot create a temporary file for", target, errno);
   fd_ = ::open(FolderOf(target).c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
   if (fd_ >= 0) {
     named_ = false;
@@ -80,6 +92,7 @@ bool StagedFile::Open(const std::string& target, std::string* error) {
 }
 
 bool StagedFile::Write(const void* data, size_t size, std::string* error) {
+  if (IoFaultHere(IoKind::kWrite)) return Fail(error, "cannot write", target_, errno);
   const char* p = static_cast<const char*>(data);
   while (size > 0) {
     const ssize_t n = ::write(fd_, p, size);
@@ -100,7 +113,7 @@ bool StagedFile::Commit(unsigned mode, std::string* error) {
   if (::fchmod(fd_, static_cast<mode_t>(mode & 07777)) != 0) {
     err = errno;
     what = "cannot set the mode of";
-  } else if (::fsync(fd_) != 0) {
+  } else if (IoFaultHere(IoKind::kSync) || ::fsync(fd_) != 0) {
     err = errno;
     what = "cannot flush";
   } else if (!named_) {
@@ -115,7 +128,7 @@ bool StagedFile::Commit(unsigned mode, std::string* error) {
     what = "cannot close";
   }
   fd_ = -1;
-  if (err == 0 && ::rename(tmpName_.c_str(), target_.c_str()) != 0) {
+  if (err == 0 && (IoFaultHere(IoKind::kRename) || ::rename(tmpName_.c_str(), target_.c_str()) != 0)) {
     err = errno;
     what = "cannot rename over";
   }
@@ -139,6 +152,191 @@ void StagedFile::Discard() {
   fd_ = -1;
   if (named_ && !tmpName_.empty()) ::unlink(tmpName_.c_str());
   tmpName_.clear();
+}
+
+}  // namespace dravix::platform
+
+// --- StagedFolder ------------------------------------------------------------
+//
+// The guardian is forked while the owner is single-threaded, and does only
+// system calls until it exits: dup2 the standard streams to /dev/null (an
+// owner's reader waiting for end of output must not wait for the guardian),
+// close everything else, setsid, block in read() on the pipe, then remove
+// the folder with getdents64/unlinkat/rmdir.
+
+namespace dravix::platform {
+namespace {
+
+constexpr char kStagePrefix[] = ".dravix-stage-";
+
+// Removes the files of the folder `path` (flat: the stage holds no
+// subfolders), then the folder `path`. Async-signal-safe.
+void RemoveStageFolder(const char* path) {
+  const int dir = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir >= 0) {
+    alignas(8) char buf[4096];
+    for (;;) {
+      const long n = ::syscall(SYS_getdents64, dir, buf, sizeof buf);
+      if (n <= 0) break;
+      for (long at = 0; at < n;) {
+        struct Entry {
+          uint64_t ino;
+          int64_t off;
+          unsigned short reclen;
+          unsigned char type;
+          char name[1];
+        };
+        const auto* e = reinterpret_cast<const Entry*>(buf + at);
+        const char* name = buf + at + offsetof(Entry, name);
+        if (!(name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))) ::unlinkat(dir, name, 0);
+        at += e->reclen;
+      }
+    }
+    ::close(dir);
+  }
+  ::rmdir(path);
+}
+
+[[noreturn]] void RunGuardian(int readEnd, const char* path) {
+  const int null = ::open("/dev/null", O_RDWR);
+  if (null >= 0) {
+    ::dup2(null, 0);
+    ::dup2(null, 1);
+    ::dup2(null, 2);
+  }
+  // Keep only the standard streams and the pipe's read end.
+  const int keep = ::fcntl(readEnd, F_DUPFD, 3);
+  ::syscall(SYS_close_range, 3u, keep > 3 ? static_cast<unsigned>(keep - 1) : 2u, 0u);
+  ::syscall(SYS_close_range, static_cast<unsigned>(keep + 1), ~0u, 0u);
+  ::setsid();
+  ::signal(SIGINT, SIG_IGN);
+  ::signal(SIGTERM, SIG_IGN);
+  ::signal(SIGHUP, SIG_IGN);
+  char c;
+  for (;;) {
+    const ssize_t n = ::read(keep, &c, 1);
+    if (n > 0 || (n < 0 && errno == EINTR)) continue;
+    break;
+  }
+  RemoveStageFolder(path);
+  ::_exit(0);
+}
+
+}  // namespace
+
+StagedFolder::~StagedFolder() { Discard(); }
+
+StagedFolder::StagedFolder(StagedFolder&& other) noexcept
+    : path_(std::move(other.path_)),
+      guardianPipe_(std::exchange(other.guardianPipe_, -1)),
+      guardianPid_(std::exchange(other.guardianPid_, -1)) {
+  other.path_.clear();
+}
+
+StagedFolder& StagedFolder::operator=(StagedFolder&& other) noexcept {
+  if (this != &other) {
+    Discard();
+    path_ = std::move(other.path_);
+    other.path_.clear();
+    guardianPipe_ = std::exchange(other.guardianPipe_, -1);
+    guardianPid_ = std::exchange(other.guardianPid_, -1);
+  }
+  return *this;
+}
+
+bool StagedFolder::Open(const std::string& folder, std::string* error) {
+  Discard();
+  std::string base = folder.empty() ? "./" : folder;
+  if (base.back() != '/') base += '/';
+  std::string tmpl = base + kStagePrefix + std::to_string(::getpid()) + "-XXXXXX";
+  std::vector<char> name(tmpl.begin(), tmpl.end());
+  name.push_back('\0');
+  if (IoFaultHere(IoKind::kOpen) || ::mkdtemp(name.data()) == nullptr)
+    return Fail(error, "cannot make a temporary folder in", base, errno);
+  const std::string made = name.data();
+  int fds[2];
+  if (::pipe2(fds, O_CLOEXEC) != 0) {
+    const int err = errno;
+    ::rmdir(made.c_str());
+    return Fail(error, "cannot start the clean-up guardian for", made, err);
+  }
+  const pid_t pid = ::fork();
+  if (pid == 0) {
+    ::close(fds[1]);
+    RunGuardian(fds[0], made.c_str());
+  }
+  ::close(fds[0]);
+  if (pid < 0) {
+    const int err = errno;
+    ::close(fds[1]);
+    ::rmdir(made.c_str());
+    return Fail(error, "cannot start the clean-up guardian for", made, err);
+  }
+  path_ = made + "/";
+  guardianPipe_ = fds[1];
+  guardianPid_ = pid;
+  return true;
+}
+
+bool StagedFolder::CommitFile(const std::string& name, const std::string& target, std::string* error) {
+  if (path_.empty()) return Fail(error, "nothing staged for", target, EBADF);
+  const std::string staged = path_ + name;
+  if (IoFaultHere(IoKind::kOpen)) return Fail(error, "cannot open", staged, errno);
+  const int fd = ::open(staged.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (fd < 0) return Fail(error, "cannot open", staged, errno);
+  const bool synced = !IoFaultHere(IoKind::kSync) && ::fsync(fd) == 0;
+  const int err = errno;
+  ::close(fd);
+  if (!synced) return Fail(error, "cannot flush", staged, err);
+  if (IoFaultHere(IoKind::kRename) || ::rename(staged.c_str(), target.c_str()) != 0)
+    return Fail(error, "cannot rename over", target, errno);
+  const int dir = ::open(FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dir >= 0) {
+    ::fsync(dir);
+    ::close(dir);
+  }
+  return true;
+}
+
+void StagedFolder::Discard() {
+  if (!path_.empty()) {
+    std::string folder = path_;
+    folder.pop_back();
+    RemoveStageFolder(folder.c_str());
+    path_.clear();
+  }
+  if (guardianPipe_ >= 0) ::close(guardianPipe_);
+  guardianPipe_ = -1;
+  if (guardianPid_ > 0) {
+    int status = 0;
+    while (::waitpid(guardianPid_, &status, 0) < 0 && errno == EINTR) {
+    }
+  }
+  guardianPid_ = -1;
+}
+
+int SweepStaleStagedFolders(const std::string& folder) {
+  std::string base = folder.empty() ? "./" : folder;
+  if (base.back() != '/') base += '/';
+  DIR* dir = ::opendir(base.c_str());
+  if (dir == nullptr) return 0;
+  std::vector<std::string> stale;
+  const size_t prefix = sizeof kStagePrefix - 1;
+  while (const dirent* e = ::readdir(dir)) {
+    const std::string n = e->d_name;
+    if (n.compare(0, prefix, kStagePrefix) != 0) continue;
+    const long pid = std::strtol(n.c_str() + prefix, nullptr, 10);
+    if (pid <= 0 || (::kill(static_cast<pid_t>(pid), 0) != 0 && errno == ESRCH)) stale.push_back(base + n);
+  }
+  ::closedir(dir);
+  for (const std::string& s : stale) RemoveStageFolder(s.c_str());
+  return static_cast<int>(stale.size());
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  struct stat sa {}, sb {};
+  if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return false;
+  return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
 }
 
 }  // namespace dravix::platform
