@@ -242,9 +242,11 @@ int Check() {
 // writer names the index as it will be named in place). Only when the
 // library's readers all answer for the staged clip, and its check finds
 // nothing to repair, are the two files renamed over the destination and its
-// index. A failure, a Ctrl-C, or a SIGKILL leaves the destination and its
-// index as they were: the staged folder goes with the command (or with its
-// guardian, see StagedFolder).
+// index, as one step. A failure, a Ctrl-C, or a SIGKILL at any point leaves
+// the destination and its index as they were and no stray file: the staged
+// folder goes with the command, or with its guardian process, which also
+// puts the old files back if the command dies between the two renames (see
+// StagedFolder).
 
 volatile std::sig_atomic_t g_interrupted = 0;
 extern "C" void OnInterrupt(int) { g_interrupted = 1; }
@@ -317,7 +319,9 @@ int Cut() {
 
   __int64 length = 0;
   const HRESULT hr = ZMergeAVI::GetZMFileTime(g.src.c_str(), &length);  // the header alone
-  if (FAILED(hr)) throw Failure("cannot read the recording " + g.src + ": " + Hr(hr));
+  if (FAILED(hr))
+    throw Failure("cannot read the recording " + g.src + ": " + Hr(hr) +
+                  (platform::LastFileError() != 0 ? " (" + platform::FileErrorText(platform::LastFileError()) + ")" : ""));
   std::string list;
   for (const std::string& t : g.texts) list += t + '\0';
   list += '\0';
@@ -353,27 +357,29 @@ int Cut() {
   const std::string untouched = platform::PathExists(g.dst) ? g.dst + " is untouched" : "nothing was written";
   if (g_interrupted) throw Failure("stopped at " + std::to_string(percent) + "%: " + untouched);
   if (job.LastJobResult() != 0) {
-    static const char* const kSteps[] = {"", "", "", "", "creating", "", "copying into", "closing", "",
-                                         "finishing the header of"};
+    static const char* const kSteps[] = {"",
+                                         "",
+                                         "with a wrong time",
+                                         "",
+                                         "reading the source or creating the new recording",
+                                         "finding the moments in the source",
+                                         "copying into the new recording",
+                                         "closing the new recording",
+                                         "",
+                                         "finishing the header of the new recording"};
     const DWORD step = job.LastJobResult();
-    throw Failure(std::string("the cut failed ") + (step < 10 ? kSteps[step] : "") + " the new recording: " +
+    throw Failure(std::string("the cut failed ") + (step < 10 ? kSteps[step] : "") + ": " +
                   platform::FileErrorText(job.LastJobError()) + "; " + untouched);
   }
   const std::string problem = ClipProblem(stagedClip);
   if (!problem.empty()) throw Failure("the cut of " + g.src + " made no whole recording (" + problem + "); " + untouched);
 
-  // The clip first, then its index: a clip is readable without its index,
-  // while an index never stands beside a file it does not describe for
-  // longer than the two renames take.
-  if (!stage.CommitFile(FileName(g.dst), g.dst, &why)) throw Failure(why + "; " + untouched);
-  if (platform::PathExists(stagedIndex)) {
-    if (!stage.CommitFile(FileName(stagedIndex), dstIndex, &why)) {
-      platform::RemoveFile(dstIndex.c_str());
-      throw Failure(why + "; " + g.dst + " is in place without its index");
-    }
-  } else {
-    platform::RemoveFile(dstIndex.c_str());
-  }
+  // Both files in place as one step: a failure or a kill between the two
+  // moves puts the old clip and index back (StagedFolder::CommitFiles).
+  if (!platform::PathExists(stagedIndex))
+    throw Failure("the cut of " + g.src + " made no index; " + untouched);
+  if (!stage.CommitFiles({{FileName(g.dst), g.dst}, {FileName(stagedIndex), dstIndex}}, &why))
+    throw Failure(why + "; " + untouched);
   stage.Discard();
 
   ZMFileSummary clip;

@@ -124,12 +124,16 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
   // The source and the new file ("building the graph").
   ZMHeaderReader source;
   File sourceFile;
-  if (FAILED(source.Open(job.source, &sourceFile, false)) || source.streams().empty()) return 4;
+  dravix::platform::SetLastFileError(0);
+  if (FAILED(source.Open(job.source, &sourceFile, false)) || source.streams().empty()) return KeepError(self, 4);
   ZMMoment first, last;
-  if (FAILED(LocateMoment(job.source, from, &first))) return 5;
+  if (FAILED(LocateMoment(job.source, from, &first))) return KeepError(self, 5);
+  dravix::platform::SetLastFileError(0);
   if (FAILED(LocateMoment(job.source, to, &last))) {
     // The data end before the header says (a recording still being
-    // written): take what the file holds.
+    // written): take what the file holds. A read that failed is no such
+    // end.
+    if (dravix::platform::LastFileError() != 0) return KeepError(self, 5);
     last.record = sourceFile.Size();
   }
 

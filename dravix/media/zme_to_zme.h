@@ -70,8 +70,9 @@ class ZMEtoZME {
   // Waits for a job started in asynchronous mode (no-op without one).
   void Wait();
   // After a job: 0 when it ran to its end (or was stopped), otherwise the
-  // step that failed (4 creating the new file, 6 copying, 7 closing it, 9
-  // finishing its header), with the OS error of that step in
+  // step that failed (4 reading the source or creating the new file, 5
+  // finding the moments in the source, 6 copying, 7 closing the new file,
+  // 9 finishing its header), with the OS error of that step in
   // LastJobError() (errno, see dravix/platform/file_io.h).
   DWORD LastJobResult() const { return m_result.load(); }
   int LastJobError() const { return m_lastError.load(); }

@@ -1,6 +1,7 @@
 #include "dravix/platform/fault_injection.h"
 
 #include <atomic>
+#include <csignal>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,7 @@ std::atomic<int64_t> g_countdown{0};  // calls left before the fault; 0 = unarme
 std::atomic<int64_t> g_counted{0};
 std::atomic<unsigned> g_kinds{0};
 std::atomic<bool> g_fired{false};
+std::atomic<bool> g_stop{false};
 
 unsigned ParseKinds(const char* text) {
   static const char* const kNames[] = {"open", "write", "sync", "rename", "truncate"};
@@ -34,7 +36,10 @@ unsigned ParseKinds(const char* text) {
 void ArmFromEnvironmentOnce() {
   static const bool armed = [] {
     const char* n = std::getenv("DRAVIX_FAIL_IO");
-    if (n != nullptr && *n != '\0') FailNthIoCall(std::strtoll(n, nullptr, 10), ParseKinds(std::getenv("DRAVIX_FAIL_IO_KINDS")));
+    const char* action = std::getenv("DRAVIX_FAIL_IO_ACTION");
+    if (n != nullptr && *n != '\0')
+      FailNthIoCall(std::strtoll(n, nullptr, 10), ParseKinds(std::getenv("DRAVIX_FAIL_IO_KINDS")),
+                    action != nullptr && std::strcmp(action, "stop") == 0);
     return true;
   }();
   (void)armed;
@@ -42,8 +47,9 @@ void ArmFromEnvironmentOnce() {
 
 }  // namespace
 
-void FailNthIoCall(int64_t n, unsigned kinds) {
+void FailNthIoCall(int64_t n, unsigned kinds, bool stopInstead) {
   g_kinds.store(kinds);
+  g_stop.store(stopInstead);
   g_counted.store(0);
   g_fired.store(false);
   g_countdown.store(n > 0 ? n : 0);
@@ -63,6 +69,10 @@ bool IoFaultHere(IoKind kind) {
   }
   if (left != 1) return false;
   g_fired.store(true);
+  if (g_stop.load()) {
+    ::raise(SIGSTOP);
+    return false;
+  }
   errno = EIO;
   return true;
 }

@@ -12,7 +12,10 @@
 // of the real program arms it with the environment variable DRAVIX_FAIL_IO=N
 // (read at the first hooked call), optionally limited to some kinds of call
 // with DRAVIX_FAIL_IO_KINDS, a comma list of open, write, sync, rename,
-// truncate. Unarmed, a hooked call costs one relaxed atomic load.
+// truncate. With DRAVIX_FAIL_IO_ACTION=stop the Nth call does not fail: the
+// process stops itself (SIGSTOP) there and the call proceeds once it is
+// continued, so a test can kill or interrupt the program at a known point
+// of its I/O. Unarmed, a hooked call costs one relaxed atomic load.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +26,7 @@ enum class IoKind { kOpen, kWrite, kSync, kRename, kTruncate };
 
 // Arms the countdown: the `n`th hooked call from now fails (n <= 0 disarms).
 // `kinds` is a bit set of (1 << IoKind) to count; 0 counts every kind.
-void FailNthIoCall(int64_t n, unsigned kinds = 0);
+void FailNthIoCall(int64_t n, unsigned kinds = 0, bool stopInstead = false);
 // Hooked calls counted since the countdown was last armed.
 int64_t IoCallsCounted();
 // True when the armed countdown has fired.

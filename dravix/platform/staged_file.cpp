@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -197,6 +198,44 @@ void RemoveStageFolder(const char* path) {
   ::rmdir(path);
 }
 
+// What the owner tells its guardian: before it moves staged files into
+// place, one kPlan message per file (the device and inode of the new file,
+// its staged name and its target); after the last move, kCommitted.
+constexpr char kPlan = 'P';
+constexpr char kCommitted = 'C';
+struct PlanHead {
+  uint64_t dev;
+  uint64_t ino;
+  uint32_t nameLength;
+  uint32_t targetLength;
+};
+constexpr size_t kGuardianBuffer = 64 * 1024;
+
+// Puts back what a commit cut short had moved: a target that now holds a
+// planned new file gets its old file back from the stage (where the
+// exchange left it), or is removed when it did not exist before.
+// Async-signal-safe.
+void RollBack(int stageDir, const char* message, size_t size) {
+  size_t at = 0;
+  while (at < size && message[at] == kPlan && at + 1 + sizeof(PlanHead) <= size) {
+    PlanHead h;
+    std::memcpy(&h, message + at + 1, sizeof h);
+    const size_t need = at + 1 + sizeof h + h.nameLength + h.targetLength + 2;
+    if (need > size) break;
+    const char* name = message + at + 1 + sizeof h;
+    const char* target = name + h.nameLength + 1;
+    struct stat st {};
+    if (::stat(target, &st) == 0 && st.st_dev == h.dev && st.st_ino == h.ino) {
+      struct stat old {};
+      if (::fstatat(stageDir, name, &old, AT_SYMLINK_NOFOLLOW) == 0)
+        ::renameat2(stageDir, name, AT_FDCWD, target, RENAME_EXCHANGE);
+      else
+        ::unlink(target);
+    }
+    at = need;
+  }
+}
+
 [[noreturn]] void RunGuardian(int readEnd, const char* path) {
   const int null = ::open("/dev/null", O_RDWR);
   if (null >= 0) {
@@ -212,14 +251,38 @@ void RemoveStageFolder(const char* path) {
   ::signal(SIGINT, SIG_IGN);
   ::signal(SIGTERM, SIG_IGN);
   ::signal(SIGHUP, SIG_IGN);
-  char c;
+  static char message[kGuardianBuffer];
+  size_t size = 0;
   for (;;) {
-    const ssize_t n = ::read(keep, &c, 1);
-    if (n > 0 || (n < 0 && errno == EINTR)) continue;
-    break;
+    char sink[512];
+    char* into = size < sizeof message ? message + size : sink;
+    const size_t room = size < sizeof message ? sizeof message - size : sizeof sink;
+    const ssize_t n = ::read(keep, into, room);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    if (into == message + size) size += static_cast<size_t>(n);
+  }
+  if (size > 0 && message[size - 1] != kCommitted) {
+    const int dir = ::open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir >= 0) {
+      RollBack(dir, message, size);
+      ::close(dir);
+    }
   }
   RemoveStageFolder(path);
   ::_exit(0);
+}
+
+bool WriteAll(int fd, const void* data, size_t size) {
+  const char* p = static_cast<const char*>(data);
+  while (size > 0) {
+    const ssize_t n = ::write(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    p += n;
+    size -= static_cast<size_t>(n);
+  }
+  return true;
 }
 
 }  // namespace
@@ -278,22 +341,68 @@ bool StagedFolder::Open(const std::string& folder, std::string* error) {
   return true;
 }
 
-bool StagedFolder::CommitFile(const std::string& name, const std::string& target, std::string* error) {
-  if (path_.empty()) return Fail(error, "nothing staged for", target, EBADF);
-  const std::string staged = path_ + name;
-  if (IoFaultHere(IoKind::kOpen)) return Fail(error, "cannot open", staged, errno);
-  const int fd = ::open(staged.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (fd < 0) return Fail(error, "cannot open", staged, errno);
-  const bool synced = !IoFaultHere(IoKind::kSync) && ::fsync(fd) == 0;
-  const int err = errno;
-  ::close(fd);
-  if (!synced) return Fail(error, "cannot flush", staged, err);
-  if (IoFaultHere(IoKind::kRename) || ::rename(staged.c_str(), target.c_str()) != 0)
-    return Fail(error, "cannot rename over", target, errno);
-  const int dir = ::open(FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (dir >= 0) {
-    ::fsync(dir);
-    ::close(dir);
+bool StagedFolder::CommitFiles(const std::vector<std::pair<std::string, std::string>>& files, std::string* error) {
+  if (path_.empty()) return Fail(error, "nothing staged for", files.empty() ? path_ : files.front().second, EBADF);
+  // Flush each staged file and tell the guardian what is about to move.
+  std::string plan;
+  for (const auto& [name, target] : files) {
+    const std::string staged = path_ + name;
+    if (IoFaultHere(IoKind::kOpen)) return Fail(error, "cannot open", staged, errno);
+    const int fd = ::open(staged.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0) return Fail(error, "cannot open", staged, errno);
+    struct stat st {};
+    const bool synced = ::fstat(fd, &st) == 0 && !IoFaultHere(IoKind::kSync) && ::fsync(fd) == 0;
+    const int err = errno;
+    ::close(fd);
+    if (!synced) return Fail(error, "cannot flush", staged, err);
+    const PlanHead h{static_cast<uint64_t>(st.st_dev), static_cast<uint64_t>(st.st_ino),
+                     static_cast<uint32_t>(name.size()), static_cast<uint32_t>(target.size())};
+    plan += kPlan;
+    plan.append(reinterpret_cast<const char*>(&h), sizeof h);
+    plan += name;
+    plan += '\0';
+    plan += target;
+    plan += '\0';
+  }
+  if (plan.size() >= kGuardianBuffer || !WriteAll(guardianPipe_, plan.data(), plan.size()))
+    return Fail(error, "cannot reach the clean-up guardian for", path_, plan.size() >= kGuardianBuffer ? E2BIG : errno);
+  // Exchange each file with its target (the old file moves into the stage,
+  // from where a roll-back can bring it back), or rename it in when the
+  // target does not exist.
+  const int stageDir = ::open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (stageDir < 0) return Fail(error, "cannot open", path_, errno);
+  int err = 0;
+  std::string failedTarget;
+  for (const auto& [name, target] : files) {
+    int rc = -1;
+    if (IoFaultHere(IoKind::kRename)) {
+      rc = -1;
+    } else {
+      rc = ::renameat2(stageDir, name.c_str(), AT_FDCWD, target.c_str(), RENAME_EXCHANGE);
+      if (rc != 0 && errno == ENOENT)
+        rc = ::renameat2(stageDir, name.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE);
+      else if (rc != 0 && errno == EINVAL)  // no exchange on this file system: no roll-back either
+        rc = ::renameat(stageDir, name.c_str(), AT_FDCWD, target.c_str());
+    }
+    if (rc != 0) {
+      err = errno;
+      failedTarget = target;
+      break;
+    }
+  }
+  if (err != 0) {
+    RollBack(stageDir, plan.data(), plan.size());
+    ::close(stageDir);
+    return Fail(error, "cannot rename over", failedTarget, err);
+  }
+  ::close(stageDir);
+  WriteAll(guardianPipe_, &kCommitted, 1);
+  for (const auto& [name, target] : files) {
+    const int dir = ::open(FolderOf(target).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir >= 0) {
+      ::fsync(dir);
+      ::close(dir);
+    }
   }
   return true;
 }

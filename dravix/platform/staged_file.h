@@ -15,6 +15,8 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace dravix::platform {
 
@@ -63,7 +65,9 @@ class StagedFile {
 // small process in a session of its own (so a Ctrl-C or a signal to the
 // owner's process group does not reach it) that waits on a pipe; when the
 // pipe closes, whatever the way the owner ended (SIGKILL included), it
-// removes the folder and its files. As a second line, a later owner sweeps
+// removes the folder and its files, after undoing a CommitFiles() that the
+// owner did not finish (so several files change together or not at all).
+// As a second line, a later owner sweeps
 // the folders of owners that no longer run (SweepStaleStagedFolders), for
 // the case where the guardian itself was killed.
 //
@@ -85,10 +89,15 @@ class StagedFolder {
   // The folder, with a trailing '/'.
   const std::string& path() const { return path_; }
 
-  // Flushes the staged file `name` and renames it over `target` (same file
-  // system: `target` lies in the folder given to Open()). False with
-  // `error` (target untouched) on failure.
-  bool CommitFile(const std::string& name, const std::string& target, std::string* error = nullptr);
+  // Moves the staged files (name in the folder, target) into place as one
+  // step: each is flushed and exchanged with its target (or renamed in
+  // when the target does not exist); the targets lie in the folder given
+  // to Open(). If one move fails, or the owner dies before the last one,
+  // the moves already made are undone (by the owner, or by the guardian)
+  // and every target holds its old file again. False with `error` then.
+  // (On a file system without an atomic exchange the moves are plain
+  // renames and cannot be undone.)
+  bool CommitFiles(const std::vector<std::pair<std::string, std::string>>& files, std::string* error = nullptr);
 
   // Removes the folder and what is left in it, and ends the guardian.
   void Discard();
