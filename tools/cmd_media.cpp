@@ -85,6 +85,7 @@ json ProbeOne(const std::string& path) {
     j["error"] = why;
     return j;
   }
+  platform::SetLastFileError(0);
   FILETIME ft{};
   HRESULT hr = GetZMFileStartTime(path.c_str(), &ft);
   if (SUCCEEDED(hr)) {
@@ -116,12 +117,17 @@ json ProbeOne(const std::string& path) {
     errors.push_back("video data: unreadable");
   }
   ZMFileSummary sum;
-  if (SUCCEEDED(SummarizeRecording(path.c_str(), &sum))) {
+  hr = SummarizeRecording(path.c_str(), &sum);
+  if (FAILED(hr)) errors.push_back("records: " + Hr(hr));
+  if (SUCCEEDED(hr)) {
     j["streams"] = sum.streams;
     j["records"] = sum.records;
     if (!sum.recordsComplete) errors.push_back("data area: damaged after record " + std::to_string(sum.records));
     if (!sum.indexProblem.empty()) errors.push_back(sum.indexPath + ": " + sum.indexProblem);
   }
+  // A reader that failed on a file operation keeps the OS's reason.
+  if (!errors.empty() && platform::LastFileError() != 0)
+    errors.push_back("file error: " + platform::FileErrorText(platform::LastFileError()));
   if (!errors.empty()) {
     std::string e = errors.front();
     for (size_t i = 1; i < errors.size(); ++i) e += "; " + errors[i];
@@ -193,7 +199,7 @@ int Check() {
       if (g.dryRun)
         PlanZMCheck(f.c_str(), &plan);
       else
-        ApplyZMCheck(f.c_str(), &plan);
+        ApplyZMCheck(f.c_str(), &plan, true);
       if (!plan.checked) {
         j["error"] = "not checked: " + plan.notChecked;
       } else {
@@ -345,7 +351,7 @@ int Cut() {
     while (job.IsValidThread()) {
       if (g_interrupted && job.m_bStop.load() == 0) job.m_bStop = 1;
       bar.Update(static_cast<int>(static_cast<int64_t>(job.GetPercent())));
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     job.Wait();
     percent = static_cast<int>(static_cast<int64_t>(job.GetPercent()));

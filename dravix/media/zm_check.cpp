@@ -11,6 +11,7 @@
 #include "dravix/media/zm_record_walk.h"
 #include "dravix/platform/file_io.h"
 
+#include <cerrno>
 #include <cstring>
 
 namespace dravix::media {
@@ -162,7 +163,7 @@ HRESULT PlanZMCheck(const char* path, ZMCheckPlan* plan) {
   return Walk(path, file, plan, [](File* f, const char* p) { return f->OpenRead(p); }, &index);
 }
 
-HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan) {
+HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan, bool strict) {
   if (path == nullptr || plan == nullptr) return E_POINTER;
   *plan = ZMCheckPlan{};
   File file;
@@ -171,15 +172,32 @@ HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan) {
     return E_FAIL;
   }
   File index;
-  const HRESULT hr = Walk(path, file, plan, [](File* f, const char* p) { return f->OpenExclusive(p); }, &index);
+  int indexError = 0;
+  const HRESULT hr = Walk(
+      path, file, plan,
+      [&indexError](File* f, const char* p) {
+        if (f->OpenExclusive(p)) return true;
+        indexError = platform::LastFileError();
+        return false;
+      },
+      &index);
   if (hr != S_OK) return hr;
-  if (plan->RepairsHeader() && !file.PWrite(plan->after.bytes, kZMHeaderSize, 0)) {
-    plan->writeError = "cannot write the header of " + std::string(path) + ": " +
+  if (strict && indexError != 0 && indexError != ENOENT) {
+    plan->writeError = "cannot open the index " + plan->indexPath +
+                       " exclusively: " + platform::FileErrorText(indexError) + "; nothing was repaired";
+    return E_FAIL;
+  }
+  // The index first: if the header cannot be written afterwards, the file
+  // still shows its damage and the next check repairs it, cutting the index
+  // to the same length again. The other order could leave a trimmed header
+  // beside an index that points past it, which a check leaves alone.
+  if (plan->CutsIndex() && !index.Truncate(plan->indexCutTo)) {
+    plan->writeError = "cannot cut the index " + plan->indexPath + ": " +
                        platform::FileErrorText(platform::LastFileError());
     return E_FAIL;
   }
-  if (plan->CutsIndex() && !index.Truncate(plan->indexCutTo)) {
-    plan->writeError = "cannot cut the index " + plan->indexPath + ": " +
+  if (plan->RepairsHeader() && !file.PWrite(plan->after.bytes, kZMHeaderSize, 0)) {
+    plan->writeError = "cannot write the header of " + std::string(path) + ": " +
                        platform::FileErrorText(platform::LastFileError());
     return E_FAIL;
   }

@@ -45,7 +45,11 @@ HRESULT PlanZMCheck(const char* path, ZMCheckPlan* plan);
 
 // ZCheckZMFile's repair with its outcome: E_FAIL when the file could not be
 // opened exclusively or a write or truncation failed (plan->writeError says
-// which and why), E_UNEXPECTED for a wrong magic, S_OK otherwise.
-HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan);
+// which and why), E_UNEXPECTED for a wrong magic, S_OK otherwise. The index
+// is cut before the header is written, so a repair cut short is finished by
+// the next one. `strict` (for tools) also refuses to repair anything when
+// the index exists but cannot be opened exclusively; without it, as
+// ZCheckZMFile does, the header is repaired and the index left as it is.
+HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan, bool strict = false);
 
 }  // namespace dravix::media
