@@ -216,7 +216,8 @@ int Check() {
         const json probe = ProbeOne(f);
         std::string wrong;
         if (!plan.writeError.empty()) wrong = plan.writeError;
-        if (!probe["error"].is_null()) wrong += std::string(wrong.empty() ? "" : "; ") + probe["error"].get<std::string>();
+        if (!probe["error"].is_null())
+          wrong += std::string(wrong.empty() ? "" : "; ") + probe["error"].get<std::string>();
         const bool intact = wrong.empty() && (!g.dryRun || text.empty());
         j["intact"] = intact;
         if (!wrong.empty()) j["error"] = (g.dryRun || plan.writeError.empty() ? "still wrong: " : "") + wrong;
@@ -283,9 +284,9 @@ void RefuseOverlap(const std::string& src, const std::string& dst) {
       {IndexNameForWriter(src), "the source's index"},
       {IndexNameLastDotOrAppend(src), "the source's index"},
       {IndexNameFirstDot(src), "the source's index"}};
+  const std::string dstIndex = IndexNameForWriter(dst);
   const std::vector<std::pair<std::string, std::string>> outputs{{dst, "the destination " + dst},
-                                                                 {IndexNameForWriter(dst), "its index " +
-                                                                                               IndexNameForWriter(dst)}};
+                                                                 {dstIndex, "its index " + dstIndex}};
   for (const auto& [out, outName] : outputs)
     for (const auto& [in, inName] : sources)
       if (SamePlace(out, in))
@@ -325,9 +326,11 @@ int Cut() {
 
   __int64 length = 0;
   const HRESULT hr = ZMergeAVI::GetZMFileTime(g.src.c_str(), &length);  // the header alone
-  if (FAILED(hr))
+  if (FAILED(hr)) {
+    const int err = platform::LastFileError();
     throw Failure("cannot read the recording " + g.src + ": " + Hr(hr) +
-                  (platform::LastFileError() != 0 ? " (" + platform::FileErrorText(platform::LastFileError()) + ")" : ""));
+                  (err != 0 ? " (" + platform::FileErrorText(err) + ")" : ""));
+  }
   std::string list;
   for (const std::string& t : g.texts) list += t + '\0';
   list += '\0';
@@ -378,7 +381,8 @@ int Cut() {
                   platform::FileErrorText(job.LastJobError()) + "; " + untouched);
   }
   const std::string problem = ClipProblem(stagedClip);
-  if (!problem.empty()) throw Failure("the cut of " + g.src + " made no whole recording (" + problem + "); " + untouched);
+  if (!problem.empty())
+    throw Failure("the cut of " + g.src + " made no whole recording (" + problem + "); " + untouched);
 
   // Both files in place as one step: a failure or a kill between the two
   // moves puts the old clip and index back (StagedFolder::CommitFiles).

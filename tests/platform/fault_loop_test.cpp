@@ -95,11 +95,9 @@ TEST_F(FaultLoop, SettingsFilesAreReplacedWholeOrKept) {
   config::SetOptionStringSource({});
 
   // An INI file.
-  EXPECT_GE(FailEachOperation("Live.ini", "[LIVE]\r\nA=1\r\n",
-                              [&] {
-                                return platform::WritePrivateProfileStringA("LIVE", "B", "2", Path("Live.ini").c_str()) != FALSE;
-                              }),
-            3);
+  const std::string ini = Path("Live.ini");
+  const auto setKey = [&] { return platform::WritePrivateProfileStringA("LIVE", "B", "2", ini.c_str()) != FALSE; };
+  EXPECT_GE(FailEachOperation("Live.ini", "[LIVE]\r\nA=1\r\n", setKey), 3);
 
   // "Schedule.zmi".
   dravix::schedule::SetFreeSpaceProbe([](const char*) -> __int64 { return 1LL << 40; });

@@ -42,7 +42,8 @@ TEST_F(MediaCheck, SaysIntactOnlyWhenProbeAcceptsTheFileAfterwards) {
       {"intact", [](const std::string&, const std::string&) {}, true, ""},
       {"torn", [](const std::string& dat, const std::string&) { fs::resize_file(dat, 2000000); }, true, ""},
       {"tag", [](const std::string& dat, const std::string&) { Poke(dat, 69, "XXXX"); }, false, "length: E_UNEXPECTED"},
-      {"streams", [](const std::string& dat, const std::string&) { Poke(dat, 44, "\xff"); }, false, "start time: E_FAIL"},
+      {"streams", [](const std::string& dat, const std::string&) { Poke(dat, 44, "\xff"); }, false,
+       "start time: E_FAIL"},
       {"index", [](const std::string&, const std::string& idx) { Poke(idx, 16 + 16 * 5 + 8, "\xff\xff\xff\x7f"); },
        false, "index entry 5: offset 2147483647 outside the data area"},
   };

@@ -54,7 +54,8 @@ TEST_F(MediaRegularFiles, AFifoIsRefusedAtOnceByProbeCheckAndCut) {
 }
 
 TEST_F(MediaRegularFiles, PtzSendToSomethingThatIsNotASerialPortSendsNothing) {
-  WriteFile("PTZ.ini", "[COMMON]\r\nNUMBERS=1\r\n[PTZ1]\r\nname=Dome\r\nCodeLength=2\r\nPanLeft=A10A\r\nPanLeft_=A100\r\n");
+  WriteFile("PTZ.ini",
+            "[COMMON]\r\nNUMBERS=1\r\n[PTZ1]\r\nname=Dome\r\nCodeLength=2\r\nPanLeft=A10A\r\nPanLeft_=A100\r\n");
   WriteFile("port", "");
   ASSERT_EQ(::mkfifo(Path("fifo").c_str(), 0644), 0);
   for (const std::string device : {"port", "fifo"}) {
