@@ -6,10 +6,15 @@
 #include "tools/time_arg.h"
 
 #include "dravix/base/ztime.h"
+#include "dravix/media/zm_check.h"
 #include "dravix/media/zm_file.h"
+#include "dravix/media/zm_record_walk.h"
 #include "dravix/media/zm_sample.h"
 #include "dravix/media/zm_summary.h"
 #include "dravix/media/zme_to_zme.h"
+#include "dravix/platform/file_io.h"
+#include "dravix/platform/files.h"
+#include "dravix/platform/staged_file.h"
 
 #include <nlohmann/json.hpp>
 
@@ -36,6 +41,7 @@ struct Args {
   uint32_t seconds = 10, fps = 25, meanFrameBytes = 6000;
   int sizeCode = 2;
   bool noAudio = false;
+  bool dryRun = false;
 };
 Args g;
 
@@ -74,6 +80,12 @@ json ProbeOne(const std::string& path) {
          {"end_filetime", nullptr}, {"length_100ns", nullptr}, {"codec", nullptr}, {"size_code", nullptr},
          {"streams", nullptr}, {"records", nullptr}, {"error", nullptr}};
   std::vector<std::string> errors;
+  std::string why;
+  if (!platform::CheckRegularFile(path, &why)) {
+    j["error"] = why;
+    return j;
+  }
+  platform::SetLastFileError(0);
   FILETIME ft{};
   HRESULT hr = GetZMFileStartTime(path.c_str(), &ft);
   if (SUCCEEDED(hr)) {
@@ -105,11 +117,17 @@ json ProbeOne(const std::string& path) {
     errors.push_back("video data: unreadable");
   }
   ZMFileSummary sum;
-  if (SUCCEEDED(SummarizeRecording(path.c_str(), &sum))) {
+  hr = SummarizeRecording(path.c_str(), &sum);
+  if (FAILED(hr)) errors.push_back("records: " + Hr(hr));
+  if (SUCCEEDED(hr)) {
     j["streams"] = sum.streams;
     j["records"] = sum.records;
     if (!sum.recordsComplete) errors.push_back("data area: damaged after record " + std::to_string(sum.records));
+    if (!sum.indexProblem.empty()) errors.push_back(sum.indexPath + ": " + sum.indexProblem);
   }
+  // A reader that failed on a file operation keeps the OS's reason.
+  if (!errors.empty() && platform::LastFileError() != 0)
+    errors.push_back("file error: " + platform::FileErrorText(platform::LastFileError()));
   if (!errors.empty()) {
     std::string e = errors.front();
     for (size_t i = 1; i < errors.size(); ++i) e += "; " + errors[i];
@@ -152,100 +170,234 @@ int Probe() {
 
 // --- check -------------------------------------------------------------------
 
+// What the repair changes (or would change), in words; "" when nothing.
+std::string RepairText(const ZMCheckPlan& plan, bool dry) {
+  std::string line;
+  if (plan.RepairsHeader())
+    line += std::string(dry ? "would repair" : "repaired") + " the header: data length " +
+            std::to_string(plan.before.DataLength()) + " -> " + std::to_string(plan.after.DataLength()) +
+            " bytes, duration " + Seconds(plan.before.Duration()) + " -> " + Seconds(plan.after.Duration());
+  if (plan.CutsIndex())
+    line += std::string(line.empty() ? "" : "; ") + (dry ? "would cut" : "cut") + " the index " + plan.indexPath +
+            " from " + std::to_string((plan.indexSize - kZMIndexHeaderSize) / kZMIndexEntrySize) + " to " +
+            std::to_string((plan.indexCutTo - kZMIndexHeaderSize) / kZMIndexEntrySize) + " entries";
+  return line;
+}
+
 int Check() {
   bool failed = false;
   json all = json::array();
   for (const std::string& f : g.files) {
-    ZMFileSummary before, after;
-    const HRESULT hrBefore = SummarizeRecording(f.c_str(), &before);
-    const __int64 kUnset = -1;
-    __int64 end = kUnset;
-    ZCheckZMFile(f.c_str(), &end);
-    SummarizeRecording(f.c_str(), &after);
-    json j{{"path", f}, {"checked", end != kUnset}, {"repaired", false}, {"index_cut", false}, {"end", nullptr}};
+    ZMCheckPlan plan;
+    json j{{"path", f}, {"checked", false}, {"repaired", false}, {"index_cut", false}, {"intact", false},
+           {"end", nullptr}, {"error", nullptr}};
     std::string line = f + ": ";
-    if (end == kUnset) {
-      failed = true;
-      line += FAILED(hrBefore) && !std::filesystem::exists(f)
-                  ? "not checked: no such file"
-                  : "not checked: it cannot be opened exclusively (in use, still being written, or unreadable)";
-      j["error"] = line.substr(f.size() + 2);
+    std::string why;
+    if (!platform::CheckRegularFile(f, &why)) {
+      j["error"] = "not checked: " + why;
     } else {
-      const bool repaired = std::memcmp(before.header.bytes, after.header.bytes, kZMHeaderSize) != 0;
-      const bool indexCut = after.indexEntries != before.indexEntries;
-      j["repaired"] = repaired;
-      j["index_cut"] = indexCut;
-      j["end"] = FormatTimeArg(ZMTimeToSysTime(end), true);
-      j["data_length"] = {before.header.DataLength(), after.header.DataLength()};
-      j["duration_100ns"] = {before.header.Duration(), after.header.Duration()};
-      j["index_entries"] = {before.indexEntries, after.indexEntries};
-      if (!repaired && !indexCut) line += "intact";
-      if (repaired)
-        line += "repaired the header: data length " + std::to_string(before.header.DataLength()) + " -> " +
-                std::to_string(after.header.DataLength()) + " bytes, duration " + Seconds(before.header.Duration()) +
-                " -> " + Seconds(after.header.Duration()) + " (" + std::to_string(after.records) + " records kept)";
-      if (indexCut)
-        line += std::string(repaired ? "; " : "") + "cut the index " + after.indexPath + " from " +
-                std::to_string(before.indexEntries) + " to " + std::to_string(after.indexEntries) + " entries";
-      line += "; reported end " + j["end"].get<std::string>();
+      if (g.dryRun)
+        PlanZMCheck(f.c_str(), &plan);
+      else
+        ApplyZMCheck(f.c_str(), &plan, true);
+      if (!plan.checked) {
+        j["error"] = "not checked: " + plan.notChecked;
+      } else {
+        j["checked"] = true;
+        j["repaired"] = plan.RepairsHeader();
+        j["index_cut"] = plan.CutsIndex();
+        j["end"] = FormatTimeArg(ZMTimeToSysTime(plan.endZMTime), true);
+        j["data_length"] = {plan.before.DataLength(), plan.after.DataLength()};
+        j["duration_100ns"] = {plan.before.Duration(), plan.after.Duration()};
+        if (g.dryRun) j["dry_run"] = true;
+        std::string text = RepairText(plan, g.dryRun);
+        // Intact means every reader answers now (after the repair), and a dry
+        // run found nothing to repair.
+        const json probe = ProbeOne(f);
+        std::string wrong;
+        if (!plan.writeError.empty()) wrong = plan.writeError;
+        if (!probe["error"].is_null())
+          wrong += std::string(wrong.empty() ? "" : "; ") + probe["error"].get<std::string>();
+        const bool intact = wrong.empty() && (!g.dryRun || text.empty());
+        j["intact"] = intact;
+        if (!wrong.empty()) j["error"] = (g.dryRun || plan.writeError.empty() ? "still wrong: " : "") + wrong;
+        if (!text.empty()) line += text + "; ";
+        if (intact) line += g.dryRun ? "intact, nothing to repair" : "intact";
+        else if (wrong.empty()) line += "not intact until repaired";
+        else line += (plan.writeError.empty() ? "still wrong: " : "") + wrong;
+        line += "; reported end " + j["end"].get<std::string>();
+        if (!intact) failed = true;
+      }
+    }
+    if (!j["error"].is_null() && !j["checked"].get<bool>()) {
+      failed = true;
+      line += j["error"].get<std::string>();
     }
     if (Globals().json)
       all.push_back(j);
     else
-      std::cout << line << '\n';
+      (j["intact"].get<bool>() ? std::cout : std::cerr) << line << '\n';
   }
   if (Globals().json) std::cout << all.dump(2) << '\n';
   return failed ? kExitFailure : kExitOk;
 }
 
 // --- cut ---------------------------------------------------------------------
+//
+// The clip and its index are written by ConvertZMEToZME into a staged folder
+// beside the destination, under the destination's own file names (so the
+// writer names the index as it will be named in place). Only when the
+// library's readers all answer for the staged clip, and its check finds
+// nothing to repair, are the two files renamed over the destination and its
+// index, as one step. A failure, a Ctrl-C, or a SIGKILL at any point leaves
+// the destination and its index as they were and no stray file: the staged
+// folder goes with the command, or with its guardian process, which also
+// puts the old files back if the command dies between the two renames (see
+// StagedFolder).
 
 volatile std::sig_atomic_t g_interrupted = 0;
 extern "C" void OnInterrupt(int) { g_interrupted = 1; }
 
+std::string FileName(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.find_last_of('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+// The same file, or the same name once resolved (for names not yet made).
+bool SamePlace(const std::string& a, const std::string& b) {
+  if (platform::SameFile(a, b)) return true;
+  std::error_code ea, eb;
+  const auto ca = std::filesystem::weakly_canonical(a, ea), cb = std::filesystem::weakly_canonical(b, eb);
+  return !ea && !eb && ca == cb;
+}
+
+// Refuses a destination (or its index) that is the source or one of the
+// names under which a reader looks for the source's index.
+void RefuseOverlap(const std::string& src, const std::string& dst) {
+  const std::vector<std::pair<std::string, std::string>> sources{
+      {src, "the source"},
+      {IndexNameForWriter(src), "the source's index"},
+      {IndexNameLastDotOrAppend(src), "the source's index"},
+      {IndexNameFirstDot(src), "the source's index"}};
+  const std::string dstIndex = IndexNameForWriter(dst);
+  const std::vector<std::pair<std::string, std::string>> outputs{{dst, "the destination " + dst},
+                                                                 {dstIndex, "its index " + dstIndex}};
+  for (const auto& [out, outName] : outputs)
+    for (const auto& [in, inName] : sources)
+      if (SamePlace(out, in))
+        throw Failure("refusing to cut " + src + " onto itself: " + outName + " is " + inName + " (" + in +
+                      "); nothing was written");
+}
+
+// Why the staged clip at `path` is not a whole recording; "" when it is.
+std::string ClipProblem(const std::string& path) {
+  const json j = ProbeOne(path);
+  if (!j["error"].is_null()) return j["error"].get<std::string>();
+  if (j["records"].is_null() || j["records"].get<uint64_t>() == 0) return "it holds no records";
+  ZMCheckPlan plan;
+  if (FAILED(PlanZMCheck(path.c_str(), &plan))) return plan.notChecked;
+  if (plan.RepairsHeader() || plan.CutsIndex()) return "its check would repair it: " + RepairText(plan, true);
+  return "";
+}
+
 int Cut() {
   const SYSTEMTIME from = ParseTimeArg(g.from, "--from");
   const SYSTEMTIME to = ParseTimeArg(g.to, "--to");
+  FILETIME ftFrom{}, ftTo{};
+  if (!SystemTimeToFileTime(from, &ftFrom) || !SystemTimeToFileTime(to, &ftTo))
+    throw UsageError("--from or --to is out of range");
+  if (FileTimeToInt64(ftTo) <= FileTimeToInt64(ftFrom))
+    throw UsageError("--to (" + g.to + ") must be after --from (" + g.from + ")");
+
+  std::string why;
+  if (!platform::CheckRegularFile(g.src, &why)) throw Failure("cannot cut " + g.src + ": " + why);
+  bool missing = false;
+  if (!platform::CheckRegularFile(g.dst, &why, &missing) && !missing)
+    throw Failure("refusing to replace " + g.dst + ": " + why);
+  const std::string dstIndex = IndexNameForWriter(g.dst);
+  if (!platform::CheckRegularFile(dstIndex, &why, &missing) && !missing)
+    throw Failure("refusing to replace the index " + dstIndex + ": " + why);
+  RefuseOverlap(g.src, g.dst);
+
   __int64 length = 0;
   const HRESULT hr = ZMergeAVI::GetZMFileTime(g.src.c_str(), &length);  // the header alone
-  if (FAILED(hr)) throw Failure("cannot read the recording " + g.src + ": " + Hr(hr));
+  if (FAILED(hr)) {
+    const int err = platform::LastFileError();
+    throw Failure("cannot read the recording " + g.src + ": " + Hr(hr) +
+                  (err != 0 ? " (" + platform::FileErrorText(err) + ")" : ""));
+  }
   std::string list;
   for (const std::string& t : g.texts) list += t + '\0';
   list += '\0';
-  std::error_code ec;
-  std::filesystem::remove(g.dst, ec);
+
+  const std::string folder = FolderOf(g.dst);
+  platform::SweepStaleStagedFolders(folder);
+  platform::StagedFolder stage;
+  if (!stage.Open(folder, &why)) throw Failure("cannot cut into " + g.dst + ": " + why);
+  const std::string stagedClip = stage.path() + FileName(g.dst);
+  const std::string stagedIndex = IndexNameForWriter(stagedClip);
 
   ZMEtoZME job;
   job.m_bSync = 0;
   g_interrupted = 0;
   void (*previous)(int) = std::signal(SIGINT, OnInterrupt);
+  void (*previousTerm)(int) = std::signal(SIGTERM, OnInterrupt);
   int percent = 0;
   {
     Progress bar("cut");
-    job.ConvertZMEToZME(g.dst.c_str(), g.src.c_str(), &from, &to, list.c_str());
+    job.ConvertZMEToZME(stagedClip.c_str(), g.src.c_str(), &from, &to, list.c_str());
     while (job.IsValidThread()) {
       if (g_interrupted && job.m_bStop.load() == 0) job.m_bStop = 1;
       bar.Update(static_cast<int>(static_cast<int64_t>(job.GetPercent())));
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     job.Wait();
     percent = static_cast<int>(static_cast<int64_t>(job.GetPercent()));
     if (!g_interrupted) bar.Update(percent);
   }
   std::signal(SIGINT, previous == SIG_ERR ? SIG_DFL : previous);
+  std::signal(SIGTERM, previousTerm == SIG_ERR ? SIG_DFL : previousTerm);
+
+  const std::string untouched = platform::PathExists(g.dst) ? g.dst + " is untouched" : "nothing was written";
+  if (g_interrupted) throw Failure("stopped at " + std::to_string(percent) + "%: " + untouched);
+  if (job.LastJobResult() != 0) {
+    static const char* const kSteps[] = {"",
+                                         "",
+                                         "with a wrong time",
+                                         "",
+                                         "reading the source or creating the new recording",
+                                         "finding the moments in the source",
+                                         "copying into the new recording",
+                                         "closing the new recording",
+                                         "",
+                                         "finishing the header of the new recording"};
+    const DWORD step = job.LastJobResult();
+    throw Failure(std::string("the cut failed ") + (step < 10 ? kSteps[step] : "") + ": " +
+                  platform::FileErrorText(job.LastJobError()) + "; " + untouched);
+  }
+  const std::string problem = ClipProblem(stagedClip);
+  if (!problem.empty())
+    throw Failure("the cut of " + g.src + " made no whole recording (" + problem + "); " + untouched);
+
+  // Both files in place as one step: a failure or a kill between the two
+  // moves puts the old clip and index back (StagedFolder::CommitFiles).
+  if (!platform::PathExists(stagedIndex))
+    throw Failure("the cut of " + g.src + " made no index; " + untouched);
+  if (!stage.CommitFiles({{FileName(g.dst), g.dst}, {FileName(stagedIndex), dstIndex}}, &why))
+    throw Failure(why + "; " + untouched);
+  stage.Discard();
 
   ZMFileSummary clip;
-  if (FAILED(SummarizeRecording(g.dst.c_str(), &clip)))
-    throw Failure("the cut of " + g.src + " made no readable " + g.dst);
-  if (g_interrupted)
-    throw Failure("stopped at " + std::to_string(percent) + "%: " + g.dst + " holds the " +
-                  std::to_string(clip.records) + " records copied so far; its header was not finished");
+  SummarizeRecording(g.dst.c_str(), &clip);
   std::cout << g.dst << ": " << clip.records << " records, " << clip.header.DataLength() << " bytes";
-  if (clip.records > 0) {
-    FILETIME a{}, b{};
-    if (SUCCEEDED(GetZMFileStartTime(g.dst.c_str(), &a)) && SUCCEEDED(GetZMFileEndTime(g.dst.c_str(), &b)))
-      std::cout << ", " << FileTimeText(FileTimeToInt64(a)) << " to " << FileTimeText(FileTimeToInt64(b));
-  }
+  FILETIME a{}, b{};
+  if (SUCCEEDED(GetZMFileStartTime(g.dst.c_str(), &a)) && SUCCEEDED(GetZMFileEndTime(g.dst.c_str(), &b)))
+    std::cout << ", " << FileTimeText(FileTimeToInt64(a)) << " to " << FileTimeText(FileTimeToInt64(b));
   std::cout << '\n';
   return kExitOk;
 }
@@ -289,12 +441,13 @@ void Register(CLI::App& app) {
                                "check recordings and repair a damaged tail and index in place (files must be closed)",
                                Check);
   check->add_option("FILE", g.files, "recording files")->required();
+  check->add_flag("--dry-run", g.dryRun, "say what would be repaired and change nothing");
   AddJsonFlag(check);
 
   CLI::App* cut = AddCommand(&app, "cut", "cut the records between two moments into a new recording (Ctrl-C stops)",
                              Cut);
   cut->add_option("SRC", g.src, "source recording")->required();
-  cut->add_option("DST", g.dst, "new recording (replaced)")->required();
+  cut->add_option("DST", g.dst, "new recording (replaced, with its index, only when the cut is whole)")->required();
   cut->add_option("--from", g.from, kForm)->required();
   cut->add_option("--to", g.to, kForm)->required();
   cut->add_option("--text", g.texts, "a text stored in the new file's header (repeatable)");

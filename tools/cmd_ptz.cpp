@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iostream>
+#include <memory>
 
 namespace dravix::cli {
 namespace {
@@ -123,8 +124,14 @@ int Send() {
   const std::string port = "COM" + std::to_string(o.port);
   {
     int error = 0;
-    if (platform::SerialPort::Open(port, &error) == nullptr)
+    const std::unique_ptr<platform::SerialPort> probe = platform::SerialPort::Open(port, &error);
+    if (probe == nullptr)
       throw Failure("cannot open " + port + " (" + platform::SerialDevicePath(port) + "): " + std::strerror(error));
+    // Bytes written to a file or a FIFO reach no camera.
+    platform::SerialState state;
+    if (!probe->GetState(&state, &error))
+      throw Failure(port + " (" + platform::SerialDevicePath(port) + ") is not a serial port: " +
+                    std::strerror(error) + "; nothing was sent");
   }
   ZPTZControl ptz;
   ptz.SetHoldTime(static_cast<DWORD>(o.hold));

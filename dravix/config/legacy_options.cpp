@@ -9,6 +9,7 @@
 #include "dravix/config/option_visitor.h"
 #include "dravix/config/xmldoc.h"
 #include "dravix/platform/files.h"
+#include "dravix/platform/file_io.h"
 
 #include <cstring>
 #include <fstream>
@@ -87,6 +88,7 @@ class Terminator final : public OptionVisitor {
 
 // Up to `limit` bytes of a file; false when it cannot be opened.
 bool ReadHead(const std::string& path, size_t limit, std::string* bytes, size_t* fileSize) {
+  if (!dravix::platform::CheckRegularFile(path)) return false;  // a FIFO must not block
   std::ifstream in(path, std::ios::binary);
   if (!in) return false;
   in.seekg(0, std::ios::end);

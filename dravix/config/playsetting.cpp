@@ -1,6 +1,7 @@
 #include "dravix/config/playsetting.h"
 
 #include "dravix/config/xmldoc.h"
+#include "dravix/platform/file_io.h"
 
 #include <cstring>
 #include <fstream>
@@ -61,7 +62,7 @@ const char* IPlaySetting::GetSiteName() { return Option().dsDVROption.dsGeneral.
 int IPlaySetting::IsDirectAccess() { return Option().dsDVROption.dsUser.bDirectAccess; }
 
 int IPlaySetting::ReadDVROptionFromFile(const char* path) {
-  if (path == nullptr) return 0;
+  if (path == nullptr || !dravix::platform::CheckRegularFile(path)) return 0;  // a FIFO must not block
   std::ifstream in(path, std::ios::binary);
   if (!in) return 0;
   tagDSDVROPTION& record = Option().dsDVROption;

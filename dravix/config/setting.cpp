@@ -10,6 +10,7 @@
 #include "dravix/live/iocardmgr.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/platform/ini.h"
+#include "dravix/platform/file_io.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -98,7 +99,7 @@ int ISetting::SaveAll() {
 // --- loading and saving
 
 int ISetting::ReadDVROptionFromFile(const char* path) {
-  if (path == nullptr) return 0;
+  if (path == nullptr || !dravix::platform::CheckRegularFile(path)) return 0;  // a FIFO must not block
   std::ifstream in(path, std::ios::binary);
   if (!in) return 0;
   // No check of size or version: a short file fills what it holds.

@@ -28,6 +28,7 @@
 #include "dravix/config/optiontext.h"
 #include "dravix/config/option_visitor.h"
 #include "dravix/platform/atomic_file.h"
+#include "dravix/platform/file_io.h"
 
 #include <pugixml.hpp>
 
@@ -568,12 +569,15 @@ struct ZXMLMGR::Document {
   void Load(const std::string& path) {
     EnsureDefaults();
     finder.Clear();
-    const pugi::xml_parse_result r =
-        dom.load_file(path.c_str(), pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    // Only a regular file goes to pugixml: it would wait for ever on a FIFO
+    // and take a folder's size for a buffer to allocate.
+    const bool regular = dravix::platform::CheckRegularFile(path);
+    constexpr unsigned kParse = pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single;
+    const pugi::xml_parse_result r = regular ? dom.load_file(path.c_str(), kParse) : pugi::xml_parse_result{};
     if (r) MakeTreeWritable(dom);  // before the root is counted: it may go
     // pugixml also takes a fragment with several top-level elements; a
     // document has exactly one.
-    parsed = static_cast<bool>(r) && RootCount() == 1;
+    parsed = regular && static_cast<bool>(r) && RootCount() == 1;
     if (!parsed) {
       BuildDefault();
       Save(path);

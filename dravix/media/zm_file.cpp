@@ -9,6 +9,7 @@
 #include "dravix/media/zm_file.h"
 
 #include "dravix/base/ztime.h"
+#include "dravix/media/zm_check.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_header_reader.h"
 #include "dravix/media/zm_record_walk.h"
@@ -135,120 +136,10 @@ HRESULT ZMergeAVI::GetZMFileTime(const char* path, __int64* length) {
   return S_OK;
 }
 
-// The check. It reads the header bytes itself (not through the header
-// reader: only the magic and the first stream's types matter here), walks
-// the records judging each one, trims a bad tail from the header and cuts
-// the index where it stops pointing at record heads.
 HRESULT ZCheckZMFile(const char* path, __int64* endZMTime) {
   if (path == nullptr) return S_OK;
-  File file;
-  if (!file.OpenExclusive(path)) return S_OK;
-  const int64_t size = file.Size();
-  ZMFileHeader header;
-  if (size < kZMHeaderSize || file.PRead(header.bytes, kZMHeaderSize, 0) != kZMHeaderSize) return S_OK;
-  if (!header.HasMagic()) return S_OK;  // E_UNEXPECTED, no change
-
-  const int64_t durationMs = header.Duration() / kTicksPerMs;
-  const uint32_t dataOffset = header.DataOffset();
-  // Usable bytes: the data length, capped by what the file holds, both taken
-  // as signed 32-bit values as the recorder stores them.
-  int32_t usable = static_cast<int32_t>(static_cast<uint32_t>(header.DataLength()));
-  const auto inFile = static_cast<int32_t>(static_cast<uint32_t>(size - static_cast<int64_t>(dataOffset)));
-  // A data length the file does not hold is an incomplete tail as much as a
-  // damaged record is, even when the file ends exactly between two records
-  // (the usual shape of a crash): it gets the same repair.
-  const bool shortFile = usable > inFile && inFile >= 0;
-  if (usable > inFile) usable = inFile;
-
-  ZMRecordRules rules;
-  rules.streamCount = header.StreamCount();
-  rules.durationMs = durationMs;
-  uint8_t stream0[kStrSubtype + 16] = {};
-  if (file.PRead(stream0, sizeof stream0, kZMHeaderSize) == static_cast<int64_t>(sizeof stream0) &&
-      std::memcmp(stream0 + kStrMajorType, "vids", 4) == 0) {
-    rules.videoStream = 0;
-    rules.picture = PictureCheckFor(LoadGuid(stream0 + kStrSubtype));
-  }
-
-  ZMReadWindow window(file);
-  const int64_t end = static_cast<int64_t>(dataOffset) + (usable > 0 ? usable : 0);
-  int64_t pos = dataOffset;
-  int64_t last = dataOffset;
-  uint32_t lastTime = 0, beforeLastTime = 0;
-  int64_t valid = 0, videoCount = 0;
-  while (end - pos >= kZMRecordHeadSize) {
-    ZMRecordAt r;
-    if (LoadRecordAt(window, static_cast<uint64_t>(pos), &r) != 1) break;
-    if (!IsValidRecord(r.head, r.payload, r.payloadBytes, rules)) break;
-    if (static_cast<uint64_t>(pos) + r.head.Size() > static_cast<uint64_t>(end)) break;
-    // The record before the last valid one (the first itself while only one is valid).
-    beforeLastTime = valid == 0 ? r.head.time : lastTime;
-    last = pos;
-    lastTime = r.head.time;
-    ++valid;
-    if (rules.videoStream == 0 && r.head.stream == 0) ++videoCount;
-    pos += static_cast<int64_t>(r.head.Size());
-  }
-  if (valid == 0) {
-    // No valid record: both stand at the data offset, with whatever time
-    // the bytes there hold.
-    ZMRecordAt r;
-    if (LoadRecordAt(window, dataOffset, &r) == 1) lastTime = beforeLastTime = r.head.time;
-  }
-
-  if (endZMTime != nullptr) {
-    SYSTEMTIME st{};
-    FileTimeToSystemTime(
-        Int64ToFileTime(WrapAdd(header.StartTime(), static_cast<int64_t>(beforeLastTime) * kTicksPerMs)), &st);
-    *endZMTime = SysTimeToZMTime(st);
-  }
-
-  const bool repaired = end - pos > 0 || shortFile;
-  if (repaired) {
-    // A damaged or incomplete tail: the last valid record goes too.
-    header.SetDataLength(static_cast<uint32_t>(last - static_cast<int64_t>(dataOffset)));
-    header.SetDuration(static_cast<int64_t>(lastTime) * kTicksPerMs);
-    file.PWrite(header.bytes, kZMHeaderSize, 0);
-    const uint8_t* p = nullptr;
-    if (rules.videoStream == 0 && end - pos > 0 && window.Get(static_cast<uint64_t>(pos), 1, &p) >= 1 && p[0] == 0)
-      --videoCount;
-  }
-
-  // The index, up to the last valid record.
-  File index;
-  const std::string indexPath = IndexNameLastDotOrAppend(path);
-  if (!index.OpenExclusive(indexPath.c_str())) return S_OK;
-  int64_t indexSize = index.Size();
-  if (indexSize < kZMIndexHeaderSize + kZMIndexEntrySize) return S_OK;
-  ZMReadWindow entries(index);
-  if (repaired) {
-    // Entries for the dropped tail would send the end-time scan past the new
-    // end of data (it would then report the start as the end): they go. On
-    // an intact file the walk below stops at them without change.
-    for (int64_t at = kZMIndexHeaderSize; at + kZMIndexEntrySize <= indexSize; at += kZMIndexEntrySize) {
-      const uint8_t* p = nullptr;
-      if (entries.Get(static_cast<uint64_t>(at), kZMIndexEntrySize, &p) < kZMIndexEntrySize) break;
-      if (ParseIndexEntry(p).offset >= static_cast<uint64_t>(last)) {
-        index.Truncate(at);
-        indexSize = at;
-        break;
-      }
-    }
-  }
-  int64_t baseFrame = 0;
-  for (int64_t at = kZMIndexHeaderSize; at + kZMIndexEntrySize <= indexSize; at += kZMIndexEntrySize) {
-    const uint8_t* p = nullptr;
-    if (entries.Get(static_cast<uint64_t>(at), kZMIndexEntrySize, &p) < kZMIndexEntrySize) break;
-    const ZMIndexEntry e = ParseIndexEntry(p);
-    if (at == kZMIndexHeaderSize) baseFrame = e.frame;
-    if (e.time >= lastTime) break;
-    if (static_cast<int64_t>(e.frame) >= videoCount - baseFrame) break;
-    if (e.offset >= static_cast<uint64_t>(last)) break;
-    ZMRecordAt target;
-    if (LoadRecordAt(window, e.offset, &target) != 1 || !IsPlausibleHead(target.head, rules.streamCount)) {
-      index.Truncate(at);
-      break;
-    }
-  }
+  ZMCheckPlan plan;
+  ApplyZMCheck(path, &plan);
+  if (plan.checked && endZMTime != nullptr) *endZMTime = plan.endZMTime;
   return S_OK;
 }

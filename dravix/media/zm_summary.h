@@ -20,6 +20,9 @@ struct ZMFileSummary {
   // Entries of the writer-named index ("name.idx"), -1 without one.
   int64_t indexEntries = -1;
   std::string indexPath;
+  // The first index entry that does not point into the data area, or that
+  // goes back in time or offset, in words ("" when every entry is fine).
+  std::string indexProblem;
 };
 
 // S_OK, or the header reader's code (then only `indexPath` is filled).

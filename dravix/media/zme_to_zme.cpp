@@ -79,30 +79,39 @@ std::vector<uint8_t> TextListBytes(const char* list) {
 }
 
 // Step 9: the new file's header from the source's, and the text list.
-void FinishHeader(const ZMEtoZMEJob& job, int64_t from, uint64_t clipDataLength, int64_t clipDuration) {
+// False when a write failed (not when the header is deliberately left).
+bool FinishHeader(const ZMEtoZMEJob& job, int64_t from, uint64_t clipDataLength, int64_t clipDuration) {
   ZMHeaderReader source;
   File sourceFile;
-  if (FAILED(source.Open(job.source, &sourceFile, false))) return;
+  if (FAILED(source.Open(job.source, &sourceFile, false))) return false;
   ZMFileHeader h = source.header();
   h.SetLeadIn(from > h.StartTime() ? WrapSub(from, h.StartTime()) : 0);
   h.SetDataLength(clipDataLength);
   h.SetDuration(clipDuration);
 
   File out;
-  if (!out.OpenUpdate(job.destination) || job.owner->m_bStop.load() != 0) return;
+  if (job.owner->m_bStop.load() != 0) return true;
+  if (!out.OpenUpdate(job.destination)) return false;
   ZMFileHeader back;
-  if (!out.PWrite(h.bytes, kZMHeaderSize, 0) || out.PRead(back.bytes, kZMHeaderSize, 0) != kZMHeaderSize) return;
+  if (!out.PWrite(h.bytes, kZMHeaderSize, 0) || out.PRead(back.bytes, kZMHeaderSize, 0) != kZMHeaderSize)
+    return false;
   const int64_t at = back.HeaderLength();
-  if (at == 0) return;
+  if (at == 0) return true;
   std::vector<uint8_t> text = TextListBytes(job.textList);
   // Never into the data records, whatever the header length claims.
   const int64_t room = static_cast<int64_t>(back.DataOffset()) - at;
-  if (room <= 0) return;
+  if (room <= 0) return true;
   if (static_cast<int64_t>(text.size()) > room) text.resize(static_cast<size_t>(room));
-  out.PWrite(text.data(), text.size(), at);
+  return out.PWrite(text.data(), text.size(), at);
 }
 
 }  // namespace
+
+// Keeps the worker thread's last file error for the caller; returns `step`.
+DWORD KeepError(ZMEtoZME& self, DWORD step) {
+  self.m_lastError = dravix::platform::LastFileError();
+  return step;
+}
 
 DWORD RunClipJob(ZMEtoZMEJob& job) {
   ZMEtoZME& self = *job.owner;
@@ -115,12 +124,16 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
   // The source and the new file ("building the graph").
   ZMHeaderReader source;
   File sourceFile;
-  if (FAILED(source.Open(job.source, &sourceFile, false)) || source.streams().empty()) return 4;
+  dravix::platform::SetLastFileError(0);
+  if (FAILED(source.Open(job.source, &sourceFile, false)) || source.streams().empty()) return KeepError(self, 4);
   ZMMoment first, last;
-  if (FAILED(LocateMoment(job.source, from, &first))) return 5;
+  if (FAILED(LocateMoment(job.source, from, &first))) return KeepError(self, 5);
+  dravix::platform::SetLastFileError(0);
   if (FAILED(LocateMoment(job.source, to, &last))) {
     // The data end before the header says (a recording still being
-    // written): take what the file holds.
+    // written): take what the file holds. A read that failed is no such
+    // end.
+    if (dravix::platform::LastFileError() != 0) return KeepError(self, 5);
     last.record = sourceFile.Size();
   }
 
@@ -134,9 +147,10 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
   self.m_llTotal = WrapSub(to, from);
 
   ZMRecordingWriter writer;
+  self.m_lastError = 0;
   if (FAILED(writer.CreateRaw(job.destination, base, EncodeStreams(source), source.header().StreamCount(),
                               source.header().DataOffset())))
-    return 4;
+    return KeepError(self, 4);
 
   const int64_t bytes = last.record > first.record ? WrapSub(last.record, first.record) : 0;
   std::vector<uint8_t> buffer(kZMWalkBuffer);
@@ -150,18 +164,25 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
     const int64_t want = bytes - copied < static_cast<int64_t>(buffer.size()) ? bytes - copied
                                                                                : static_cast<int64_t>(buffer.size());
     const int64_t n = sourceFile.PRead(buffer.data(), static_cast<size_t>(want), WrapAdd(first.record, copied));
-    if (n <= 0) break;  // the source ends early
-    if (FAILED(writer.AppendRecordBytes(buffer.data(), static_cast<size_t>(n)))) break;
+    if (n < 0) {
+      writer.Close();
+      return KeepError(self, 6);
+    }
+    if (n == 0) break;  // the source ends early
+    if (FAILED(writer.AppendRecordBytes(buffer.data(), static_cast<size_t>(n)))) {
+      writer.Close();
+      return KeepError(self, 6);
+    }
     copied += n;
     self.m_llCurrent = start + static_cast<int64_t>((static_cast<__int128>(stop - start) * copied) / bytes);
   }
   if (!stopped && self.m_bStop.load() != 0) stopped = true;
   const uint64_t clipLength = writer.DataLength();
   const int64_t clipDuration = static_cast<int64_t>(writer.LastTime()) * kTicksPerMs;
-  writer.Close();
+  if (FAILED(writer.Close())) return KeepError(self, 7);
   if (stopped) return 0;  // the file stays as written; its header is not finished
   self.m_llCurrent = stop;
-  FinishHeader(job, from, clipLength, clipDuration);
+  if (!FinishHeader(job, from, clipLength, clipDuration)) return KeepError(self, 9);
   return 0;
 }
 
@@ -182,7 +203,9 @@ ZMEtoZME::ZMEtoZME(const ZMEtoZME& other)
       m_llCurrent(other.m_llCurrent.load()),
       m_llStart(other.m_llStart.load()),
       m_llTotal(other.m_llTotal.load()),
-      m_bRunning(other.m_bRunning.load()) {}
+      m_bRunning(other.m_bRunning.load()),
+      m_result(other.m_result.load()),
+      m_lastError(other.m_lastError.load()) {}
 
 ZMEtoZME& ZMEtoZME::operator=(const ZMEtoZME& other) {
   if (this == &other) return *this;
@@ -194,6 +217,8 @@ ZMEtoZME& ZMEtoZME::operator=(const ZMEtoZME& other) {
   m_llStart = other.m_llStart.load();
   m_llTotal = other.m_llTotal.load();
   m_bRunning = other.m_bRunning.load();
+  m_result = other.m_result.load();
+  m_lastError = other.m_lastError.load();
   return *this;
 }
 
@@ -203,6 +228,8 @@ int ZMEtoZME::ConvertZMEToZME(const char* destination, const char* source, const
   if (!m_pJob || m_pJob->owner != nullptr) m_pJob = std::make_shared<ZMEtoZMEJob>();
   *m_pJob = ZMEtoZMEJob{this, destination, source, from, to, textList};
   m_bRunning = 1;
+  m_result = 0;
+  m_lastError = 0;
   m_pWorker = std::make_shared<ZMEtoZMEWorker>(m_pJob.get());
   if (!m_pWorker->Create()) {
     m_bRunning = 0;
@@ -227,6 +254,7 @@ DWORD ZMEtoZME::ConvertZMEToZMEThread(void* param) {
   self.m_llCurrent = 0;
   self.m_llTotal = 0;
   const DWORD rc = RunClipJob(*job);
+  self.m_result = rc;
   self.m_bRunning = 0;
   return rc;
 }

@@ -69,6 +69,13 @@ class ZMEtoZME {
   int IsValidThread() const { return m_bRunning.load(); }
   // Waits for a job started in asynchronous mode (no-op without one).
   void Wait();
+  // After a job: 0 when it ran to its end (or was stopped), otherwise the
+  // step that failed (4 reading the source or creating the new file, 5
+  // finding the moments in the source, 6 copying, 7 closing the new file,
+  // 9 finishing its header), with the OS error of that step in
+  // LastJobError() (errno, see dravix/platform/file_io.h).
+  DWORD LastJobResult() const { return m_result.load(); }
+  int LastJobError() const { return m_lastError.load(); }
 
   // Bytes between the two moments (to offset - from offset as TimeToFilePos
   // reports them, 0 when negative) into `*size`. 1, or 0 when the path
@@ -91,6 +98,9 @@ class ZMEtoZME {
   std::atomic<int64_t> m_llStart{0};
   std::atomic<int64_t> m_llTotal{0};
   std::atomic<int> m_bRunning{0};
+  std::atomic<DWORD> m_result{0};
+  std::atomic<int> m_lastError{0};
 
   friend DWORD RunClipJob(ZMEtoZMEJob& job);
+  friend DWORD KeepError(ZMEtoZME& self, DWORD step);
 };

@@ -1,6 +1,9 @@
 #include "dravix/platform/file_io.h"
 
+#include "dravix/platform/fault_injection.h"
+
 #include <cerrno>
+#include <cstring>
 #include <utility>
 #include <vector>
 
@@ -14,6 +17,15 @@ namespace {
 
 constexpr size_t kCopyChunk = 256 * 1024;
 
+thread_local int t_lastError = 0;
+
+// Keeps errno as the thread's last error and returns `result`.
+template <typename T>
+T Failed(T result) {
+  t_lastError = errno;
+  return result;
+}
+
 int64_t ReadFully(int fd, void* buffer, size_t size, int64_t offset) {
   auto* out = static_cast<unsigned char*>(buffer);
   size_t done = 0;
@@ -22,7 +34,7 @@ int64_t ReadFully(int fd, void* buffer, size_t size, int64_t offset) {
                            : ::pread(fd, out + done, size - done, offset + static_cast<int64_t>(done));
     if (n < 0) {
       if (errno == EINTR) continue;
-      return -1;
+      return Failed(-1);
     }
     if (n == 0) break;
     done += static_cast<size_t>(n);
@@ -31,6 +43,7 @@ int64_t ReadFully(int fd, void* buffer, size_t size, int64_t offset) {
 }
 
 bool WriteFully(int fd, const void* buffer, size_t size, int64_t offset) {
+  if (IoFaultHere(IoKind::kWrite)) return Failed(false);
   const auto* in = static_cast<const unsigned char*>(buffer);
   size_t done = 0;
   while (done < size) {
@@ -38,9 +51,12 @@ bool WriteFully(int fd, const void* buffer, size_t size, int64_t offset) {
                            : ::pwrite(fd, in + done, size - done, offset + static_cast<int64_t>(done));
     if (n < 0) {
       if (errno == EINTR) continue;
-      return false;
+      return Failed(false);
     }
-    if (n == 0) return false;
+    if (n == 0) {
+      errno = ENOSPC;
+      return Failed(false);
+    }
     done += static_cast<size_t>(n);
   }
   return true;
@@ -62,19 +78,29 @@ File& File::operator=(File&& other) noexcept {
 
 bool File::OpenWith(const char* path, int flags, bool exclusive) {
   Close();
-  if (path == nullptr || *path == '\0') return false;
-  int fd = ::open(path, flags | O_CLOEXEC, 0644);
-  if (fd < 0) return false;
+  if (path == nullptr || *path == '\0') {
+    errno = ENOENT;
+    return Failed(false);
+  }
+  if (IoFaultHere(IoKind::kOpen)) return Failed(false);
+  // O_NONBLOCK: opening a FIFO must not wait for its other end; the file is
+  // refused below anyway.
+  int fd = ::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
+  if (fd < 0) return Failed(false);
   struct stat st {};
-  if (::fstat(fd, &st) != 0 || S_ISDIR(st.st_mode)) {
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    const int err = errno;
     ::close(fd);
+    t_lastError = S_ISDIR(st.st_mode) ? EISDIR : S_ISREG(st.st_mode) ? err : kErrNotRegular;
     return false;
   }
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   int rc;
   do {
     rc = ::flock(fd, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB);
   } while (rc != 0 && errno == EINTR);
   if (rc != 0) {
+    t_lastError = errno;
     ::close(fd);
     return false;
   }
@@ -90,7 +116,8 @@ bool File::Create(const char* path) {
   // Lock before emptying, so that an exclusive holder never sees its file
   // truncated under it.
   if (!OpenWith(path, O_RDWR | O_CREAT, false)) return false;
-  if (::ftruncate(fd_, 0) != 0) {
+  if (IoFaultHere(IoKind::kTruncate) || ::ftruncate(fd_, 0) != 0) {
+    t_lastError = errno;
     Close();
     return false;
   }
@@ -143,12 +170,27 @@ int64_t File::Size() const {
   return st.st_size;
 }
 
-bool File::Truncate(int64_t size) { return fd_ >= 0 && size >= 0 && ::ftruncate(fd_, size) == 0; }
+bool File::Truncate(int64_t size) {
+  if (fd_ < 0 || size < 0) {
+    errno = EBADF;
+    return Failed(false);
+  }
+  if (IoFaultHere(IoKind::kTruncate) || ::ftruncate(fd_, size) != 0) return Failed(false);
+  return true;
+}
 
-bool File::Sync() { return fd_ >= 0 && ::fdatasync(fd_) == 0; }
+bool File::Sync() {
+  if (fd_ < 0) {
+    errno = EBADF;
+    return Failed(false);
+  }
+  if (IoFaultHere(IoKind::kSync) || ::fdatasync(fd_) != 0) return Failed(false);
+  return true;
+}
 
 int64_t File::CopyFrom(const File& src, int64_t srcOffset, int64_t size) {
   if (fd_ < 0 || src.fd_ < 0 || srcOffset < 0 || size < 0) return -1;
+  if (IoFaultHere(IoKind::kWrite)) return Failed(-1);
   int64_t done = 0;
   bool kernel = true;
   std::vector<unsigned char> buffer;
@@ -163,7 +205,7 @@ int64_t File::CopyFrom(const File& src, int64_t srcOffset, int64_t size) {
       }
       if (n == 0) break;
       if (errno == EINTR) continue;
-      if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return -1;
+      if (errno != EXDEV && errno != EINVAL && errno != ENOSYS && errno != EOPNOTSUPP) return Failed(-1);
       kernel = false;  // not offered here: fall back to the loop
     }
     if (buffer.empty()) buffer.resize(kCopyChunk);
@@ -175,6 +217,38 @@ int64_t File::CopyFrom(const File& src, int64_t srcOffset, int64_t size) {
     done += n;
   }
   return done;
+}
+
+int LastFileError() { return t_lastError; }
+void SetLastFileError(int err) { t_lastError = err; }
+
+std::string FileErrorText(int err) {
+  if (err == kErrNotRegular) return "not a regular file";
+  if (err == 0) return "no error recorded";
+  return std::strerror(err);
+}
+
+bool CheckRegularFile(const std::string& path, std::string* why, bool* missing) {
+  if (missing != nullptr) *missing = false;
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) {
+    if (missing != nullptr) *missing = errno == ENOENT;
+    if (why != nullptr) *why = errno == ENOENT ? "no such file" : std::strerror(errno);
+    t_lastError = errno;
+    return false;
+  }
+  if (S_ISREG(st.st_mode)) return true;
+  t_lastError = S_ISDIR(st.st_mode) ? EISDIR : kErrNotRegular;
+  if (why != nullptr) {
+    const char* kind = S_ISDIR(st.st_mode)    ? "a folder"
+                       : S_ISFIFO(st.st_mode) ? "a FIFO"
+                       : S_ISCHR(st.st_mode)  ? "a character device"
+                       : S_ISBLK(st.st_mode)  ? "a block device"
+                       : S_ISSOCK(st.st_mode) ? "a socket"
+                                              : "a special file";
+    *why = std::string(kind) + ", not a regular file";
+  }
+  return false;
 }
 
 bool RemoveFile(const char* path) {

@@ -8,12 +8,21 @@
 // written, a reader), and a shared open fails while an exclusive handle is
 // held. Neither waits.
 //
+// Only regular files are opened: a FIFO, a device or a folder is refused
+// without blocking (the open itself never waits for a FIFO's writer).
+//
 // All reads loop over short transfers and EINTR: a read returns fewer bytes
 // than asked only at the end of the file. A File is movable, not copyable.
+//
+// Failures keep their reason: LastFileError() gives the errno of the last
+// call of this file layer that failed in the calling thread, and
+// FileErrorText() words it. Opens, writes, flushes and truncations pass the
+// fault-injection hook (fault_injection.h).
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 namespace dravix::platform {
 
@@ -69,6 +78,21 @@ class File {
   bool OpenWith(const char* path, int flags, bool exclusive);
   int fd_ = -1;
 };
+
+// The error code for "not a regular file" (a FIFO, a device, a folder).
+constexpr int kErrNotRegular = 0x10000;
+// errno of the last failed file-layer call in this thread, 0 when none.
+int LastFileError();
+// Records `err` as the thread's last file error (for the other file
+// providers of this layer).
+void SetLastFileError(int err);
+// strerror, or "not a regular file" for kErrNotRegular.
+std::string FileErrorText(int err);
+
+// Whether `path` names a regular file, found without opening it (so a FIFO
+// never blocks). False with `why` ("no such file", "a FIFO, not a regular
+// file", or the OS reason) otherwise; `missing` tells ENOENT apart.
+bool CheckRegularFile(const std::string& path, std::string* why = nullptr, bool* missing = nullptr);
 
 // Removes a file; true when it is gone afterwards (or never existed).
 bool RemoveFile(const char* path);

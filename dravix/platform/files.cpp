@@ -1,5 +1,6 @@
 #include "dravix/platform/files.h"
 
+#include "dravix/platform/file_io.h"
 #include "dravix/platform/staged_file.h"
 
 #include <dirent.h>
@@ -104,7 +105,10 @@ bool FindFiles(const std::string& pattern, std::vector<std::string>* names) {
   const std::string folder = sep == std::string::npos ? "." : pattern.substr(0, sep == 0 ? 1 : sep);
   const std::string mask = sep == std::string::npos ? pattern : pattern.substr(sep + 1);
   DIR* dir = opendir(folder.c_str());
-  if (dir == nullptr) return false;
+  if (dir == nullptr) {
+    SetLastFileError(errno);
+    return false;
+  }
   names->clear();
   while (const dirent* entry = readdir(dir)) {
     if (MatchWildcard(mask, entry->d_name)) names->emplace_back(entry->d_name);
@@ -115,11 +119,28 @@ bool FindFiles(const std::string& pattern, std::vector<std::string>* names) {
 
 bool DeleteFileAt(const std::string& path) {
   struct stat st;
-  if (lstat(path.c_str(), &st) != 0 || S_ISDIR(st.st_mode)) return false;
-  return unlink(path.c_str()) == 0;
+  if (lstat(path.c_str(), &st) != 0) {
+    SetLastFileError(errno);
+    return false;
+  }
+  if (S_ISDIR(st.st_mode)) {
+    SetLastFileError(EISDIR);
+    return false;
+  }
+  if (unlink(path.c_str()) != 0) {
+    SetLastFileError(errno);
+    return false;
+  }
+  return true;
 }
 
-bool RemoveEmptyFolder(const std::string& path) { return rmdir(path.c_str()) == 0; }
+bool RemoveEmptyFolder(const std::string& path) {
+  if (rmdir(path.c_str()) != 0) {
+    SetLastFileError(errno);
+    return false;
+  }
+  return true;
+}
 
 bool MoveFileReplacing(const std::string& from, const std::string& to, std::string* error) {
   if (std::rename(from.c_str(), to.c_str()) == 0) return true;

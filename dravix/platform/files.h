@@ -1,6 +1,7 @@
 // File-system queries and operations for the file helpers: existence,
 // sizes, folder listing with Windows wildcards, deletion, disk space and
-// drive types.
+// drive types. The operations that fail keep the OS reason in
+// LastFileError() (file_io.h).
 #pragma once
 
 #include <cstdint>

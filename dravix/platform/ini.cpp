@@ -9,6 +9,8 @@
 // one, never a mixture.
 #include "dravix/platform/ini.h"
 
+#include "dravix/platform/fault_injection.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -131,7 +133,7 @@ struct IniText {
 // (missing, a folder, no permission).
 bool LoadFile(const char* path, IniText& ini, bool* missing = nullptr) {
   if (missing != nullptr) *missing = false;
-  const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  const int fd = ::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);  // a FIFO must not block
   if (fd < 0) {
     if (missing != nullptr) *missing = errno == ENOENT;
     return false;
@@ -224,6 +226,7 @@ bool ReplaceFile(const char* path, const std::string& bytes) {
   const size_t slash = dir.rfind('/');
   dir = slash == std::string::npos ? std::string() : dir.substr(0, slash + 1);
   std::string temp = dir + ".ini-XXXXXX";
+  if (IoFaultHere(IoKind::kOpen)) return false;
   const int fd = ::mkstemp(temp.data());
   if (fd < 0) return false;
   mode_t mode = 0644;
@@ -231,6 +234,7 @@ bool ReplaceFile(const char* path, const std::string& bytes) {
   if (::stat(path, &st) == 0) mode = st.st_mode & 07777;
   bool ok = ::fchmod(fd, mode) == 0;
   size_t done = 0;
+  ok = ok && !IoFaultHere(IoKind::kWrite);
   while (ok && done < bytes.size()) {
     const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
     if (n < 0 && errno == EINTR) continue;
@@ -240,9 +244,9 @@ bool ReplaceFile(const char* path, const std::string& bytes) {
     }
     done += static_cast<size_t>(n);
   }
-  ok = ok && ::fsync(fd) == 0;
+  ok = ok && !IoFaultHere(IoKind::kSync) && ::fsync(fd) == 0;
   ok = (::close(fd) == 0) && ok;
-  ok = ok && ::rename(temp.c_str(), path) == 0;
+  ok = ok && !IoFaultHere(IoKind::kRename) && ::rename(temp.c_str(), path) == 0;
   if (!ok) ::unlink(temp.c_str());
   return ok;
 }

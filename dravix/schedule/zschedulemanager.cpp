@@ -30,6 +30,7 @@
 #include "dravix/platform/files.h"
 #include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
+#include "dravix/platform/file_io.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -99,12 +100,15 @@ BOOL ZScheduleManager::Load() {
     SetDefaults();
     return TRUE;
   }
-  std::ifstream in(path, std::ios::binary);
+  std::string error = "cannot read the file";
+  const bool regular = dravix::platform::CheckRegularFile(path, &error);  // a FIFO must not block
+  std::ifstream in;
+  if (regular) in.open(path, std::ios::binary);
   const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   auto data = std::make_unique<dravix::schedule::ScheduleData>();
-  std::string error = "cannot read the file";
-  const bool ok = !in.bad() && dravix::schedule::ParseScheduleFile(reinterpret_cast<const uint8_t*>(bytes.data()),
-                                                                   bytes.size(), data.get(), &error);
+  const bool ok = regular && !in.bad() &&
+                  dravix::schedule::ParseScheduleFile(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size(),
+                                                      data.get(), &error);
   if (!ok) {
     SetDefaults();
     m_loadError = path + ": " + error;

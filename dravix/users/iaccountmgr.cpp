@@ -6,6 +6,7 @@
 #include "dravix/config/lang_ids.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/users/password_digest.h"
+#include "dravix/platform/file_io.h"
 
 #include <cstring>
 #include <fstream>
@@ -69,7 +70,8 @@ BOOL IAccountMgr::InitUser() {
     InitNotExist();
     return TRUE;
   }
-  std::ifstream in(path, std::ios::binary);
+  std::ifstream in;
+  if (dravix::platform::CheckRegularFile(path)) in.open(path, std::ios::binary);  // a FIFO must not block
   const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   m_users = dravix::users::ParseUserFile(bytes.data(), bytes.size());
   return TRUE;
