@@ -396,12 +396,17 @@ class Exporter {
   bool Mux(AVPacket* p, int stream);
   bool FlushVideo(int64_t nextMs);
   bool WriteSubtitle(int64_t wall);
+  bool FlushSubtitle(int64_t endMs);
   bool EncodeVideo(AVFrame* f);
   bool EncodeAudio(const uint8_t* pcm, size_t bytes, int64_t ms);
   bool DrainEncoder(AVCodecContext* c, int stream);
   bool AudioFrame(int samples);
   int64_t Ms(int64_t wall) const { return FloorDiv(wall - origin_, kTicksPerMs); }
   bool Progress(uint64_t done);
+  int64_t FrameMs() const {
+    const int64_t t = sources_.front()->frameTicks;
+    return t >= kTicksPerMs ? t / kTicksPerMs : 40;
+  }
 
   const ZMExportRequest& req_;
   ZMExportReport& rep_;
@@ -418,6 +423,8 @@ class Exporter {
   std::unique_ptr<AVFormatContext, FormatDeleter> out_;
   int videoOut_ = -1, audioOut_ = -1, subOut_ = -1;
   PacketPtr pending_;          // the last video packet, waiting for its duration
+  PacketPtr pendingSub_;       // the caption of the current second, waiting for its end
+  int64_t pendingSubEnd_ = 0;
   int64_t lastVideoMs_ = -1;
   int64_t lastSecond_ = INT64_MIN;  // the wall-clock second of the last subtitle
   std::vector<Chapter> chapters_;
@@ -473,13 +480,14 @@ bool Exporter::Plan() {
   const int64_t from = req_.hasRange ? req_.from : INT64_MIN;
   std::optional<std::pair<size_t, Record>> lastKey, firstKeyAfter;
   bool sawSelected = false;
+  int64_t firstSelected = 0;  // wall time of the first record at or after "from"
   // Walks source i from `begin` until the first selected record is passed
   // and a key record to start at is known.
   auto scan = [&](size_t i, uint64_t begin) {
     RecordWalk walk(*sources_[i], begin);
     Record r;
     while (walk.Next(&r)) {
-      if (r.wall >= from) sawSelected = true;
+      if (r.wall >= from && !sawSelected) sawSelected = true, firstSelected = r.wall;
       if (r.key && r.wall <= from) lastKey = std::make_pair(i, r);
       if (r.key && r.wall >= from && !firstKeyAfter) firstKeyAfter = std::make_pair(i, r);
       if (sawSelected && (lastKey || firstKeyAfter)) return;
@@ -502,8 +510,9 @@ bool Exporter::Plan() {
     if (begin != s.dataOffset && !(lastKey && lastKey->first == i)) scan(i, s.dataOffset);
   }
   const auto& start = lastKey ? lastKey : firstKeyAfter;
-  if (!start) return Fail(req_.hasRange ? "no picture lies in the requested range" : "the recordings hold no picture");
-  if (req_.hasRange && start->second.wall >= req_.to) return Fail("no picture lies in the requested range");
+  if (req_.hasRange && (!sawSelected || firstSelected >= req_.to || !start || start->second.wall >= req_.to))
+    return Fail("no record of the recordings lies between " + WallText(req_.from) + " and " + WallText(req_.to));
+  if (!start) return Fail("the recordings hold no picture that can start an export");
   startSource_ = start->first;
   startPos_ = start->second.pos;
   const Source& first = *sources_[startSource_];
@@ -675,28 +684,42 @@ bool Exporter::Mux(AVPacket* p, int stream) {
 // gives its duration.
 bool Exporter::FlushVideo(int64_t nextMs) {
   if (!pending_) return true;
-  const int64_t frameMs = sources_.front()->frameTicks > 0 ? sources_.front()->frameTicks / kTicksPerMs : 40;
+  const int64_t frameMs = FrameMs();
   int64_t d = nextMs >= 0 ? nextMs - pending_->pts : frameMs;
-  if (d <= 0 || d > 4 * frameMs) d = frameMs;  // across a gap a frame lasts its nominal time
+  const bool gap = d <= 0 || d > 4 * frameMs;
+  if (gap) d = frameMs;  // before a gap, or at the end, a frame lasts its nominal time
   pending_->duration = d;
   endMs_ = std::max(endMs_, pending_->pts + d);
   ++rep_.videoFrames;
   PacketPtr p = std::move(pending_);
-  return Mux(p.get(), videoOut_);
+  const int64_t videoEnd = p->pts + d;
+  return Mux(p.get(), videoOut_) && (!gap || FlushSubtitle(videoEnd));
 }
 
+// Starts the caption of a new wall-clock second. Captions are held until
+// their end is known (the next second, or the end of the pictures before a
+// gap or at the end of the export), so none runs over a gap.
 bool Exporter::WriteSubtitle(int64_t wall) {
   const int64_t second = FloorDiv(wall, kTicksPerSecond);
   if (second == lastSecond_) return true;
   lastSecond_ = second;
+  if (!FlushSubtitle(Ms(wall))) return false;
   const std::string text = WallText(second * kTicksPerSecond);
   PacketPtr p(av_packet_alloc());
   if (!p || av_new_packet(p.get(), static_cast<int>(text.size())) < 0) return Fail("out of memory");
   std::memcpy(p->data, text.data(), text.size());
   p->pts = p->dts = Ms(wall);
-  p->duration = std::max<int64_t>(1, Ms((second + 1) * kTicksPerSecond) - p->pts);
   p->flags |= AV_PKT_FLAG_KEY;
+  pendingSub_ = std::move(p);
+  pendingSubEnd_ = Ms((second + 1) * kTicksPerSecond);
+  return true;
+}
+
+bool Exporter::FlushSubtitle(int64_t endMs) {
+  if (!pendingSub_) return true;
+  pendingSub_->duration = std::max<int64_t>(1, std::min(endMs, pendingSubEnd_) - pendingSub_->pts);
   ++rep_.subtitles;
+  PacketPtr p = std::move(pendingSub_);
   return Mux(p.get(), subOut_);
 }
 
@@ -707,7 +730,12 @@ bool Exporter::DrainEncoder(AVCodecContext* c, int stream) {
     const int rc = avcodec_receive_packet(c, p.get());
     if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return true;
     if (rc < 0) return Fail("encoding failed: " + AvError(rc));
-    if (stream == videoOut_) ++rep_.videoFrames;
+    if (stream == videoOut_) {
+      ++rep_.videoFrames;
+      // The encoder leaves durations open; a frame lasts its nominal time
+      // (only the last one's shows: the others end where the next begins).
+      if (p->duration <= 0) p->duration = FrameMs();
+    }
     if (!Mux(p.get(), stream)) return false;
   }
 }
@@ -802,8 +830,7 @@ bool Exporter::WriteRecord(Source& s, RecordWalk& walk, const Record& r) {
     endMs_ = std::max(endMs_, ms + p->duration);
     return Mux(p.get(), audioOut_);
   }
-  if (!WriteSubtitle(r.wall)) return false;
-  if (!FlushVideo(ms)) return false;
+  if (!FlushVideo(ms) || !WriteSubtitle(r.wall)) return false;
   if (r.key) p->flags |= AV_PKT_FLAG_KEY;
   lastVideoMs_ = ms;
   pending_ = std::move(p);
@@ -878,7 +905,7 @@ bool Exporter::Finish() {
       if (!DrainEncoder(aenc_.get(), audioOut_)) return false;
     }
   } else {
-    if (!FlushVideo(-1)) return false;
+    if (!FlushVideo(-1) || !FlushSubtitle(endMs_)) return false;
     // Chapters: sorted, one per moment, each lasting to the next.
     std::stable_sort(chapters_.begin(), chapters_.end(), [](const Chapter& a, const Chapter& b) {
       return a.ms != b.ms ? a.ms < b.ms : a.rank > b.rank;
