@@ -188,27 +188,54 @@ std::string OpenSource(Source* s) {
 // --- Reading records -----------------------------------------------------------
 
 // A forward reader over one source's data area with a large buffer, so that
-// a walk costs one read per megabyte and payloads are copied once.
+// a walk costs one read per megabyte. The buffer is a reference-counted
+// FFmpeg buffer from a pool: a payload that lies inside it becomes a
+// packet without being copied (the packet holds a reference; a new buffer
+// is taken for the next read).
 class RecordReader {
  public:
-  explicit RecordReader(const platform::File& f) : file_(f), buffer_(new uint8_t[kReadBuffer]) {}
+  explicit RecordReader(const platform::File& f)
+      : file_(f), pool_(av_buffer_pool_init(kReadBuffer + AV_INPUT_BUFFER_PADDING_SIZE, nullptr)) {}
+  ~RecordReader() {
+    av_buffer_unref(&chunk_);
+    av_buffer_pool_uninit(&pool_);  // freed when the last packet lets go
+  }
+  RecordReader(const RecordReader&) = delete;
+  RecordReader& operator=(const RecordReader&) = delete;
 
   // Bytes from `pos` in the buffer (at least min(want, what the file has)),
-  // or -1 on a read error.
+  // or -1 on a read error or when no buffer can be had.
   int64_t Get(uint64_t pos, size_t want, const uint8_t** data) {
-    if (pos < base_ || pos + want > base_ + filled_) {
-      const int64_t n = file_.PRead(buffer_.get(), kReadBuffer, static_cast<int64_t>(pos));
-      if (n < 0) return -1;
+    if (chunk_ == nullptr || pos < base_ || pos + want > base_ + filled_) {
+      AVBufferRef* c = pool_ != nullptr ? av_buffer_pool_get(pool_) : nullptr;
+      if (c == nullptr) return -1;
+      const int64_t n = file_.PRead(c->data, kReadBuffer, static_cast<int64_t>(pos));
+      if (n < 0) {
+        av_buffer_unref(&c);
+        return -1;
+      }
+      std::memset(c->data + n, 0, AV_INPUT_BUFFER_PADDING_SIZE);
+      av_buffer_unref(&chunk_);
+      chunk_ = c;
       base_ = pos, filled_ = static_cast<size_t>(n);
     }
-    *data = buffer_.get() + (pos - base_);
+    *data = chunk_->data + (pos - base_);
     return static_cast<int64_t>(base_ + filled_ - pos);
+  }
+  // Points `p` at `size` bytes at `pos` when they lie in the buffer.
+  bool Ref(uint64_t pos, size_t size, AVPacket* p) {
+    if (chunk_ == nullptr || pos < base_ || pos + size > base_ + filled_) return false;
+    p->buf = av_buffer_ref(chunk_);
+    if (p->buf == nullptr) return false;
+    p->data = chunk_->data + (pos - base_);
+    p->size = static_cast<int>(size);
+    return true;
   }
   // Copies `size` bytes at `pos` into `out`; false when fewer are there.
   bool Copy(uint64_t pos, size_t size, uint8_t* out) {
-    if (pos >= base_ && pos < base_ + filled_) {
+    if (chunk_ != nullptr && pos >= base_ && pos < base_ + filled_) {
       const size_t have = std::min<size_t>(size, base_ + filled_ - pos);
-      std::memcpy(out, buffer_.get() + (pos - base_), have);
+      std::memcpy(out, chunk_->data + (pos - base_), have);
       out += have, pos += have, size -= have;
     }
     if (size == 0) return true;
@@ -221,7 +248,8 @@ class RecordReader {
 
  private:
   const platform::File& file_;
-  std::unique_ptr<uint8_t[]> buffer_;
+  AVBufferPool* pool_;
+  AVBufferRef* chunk_ = nullptr;
   uint64_t base_ = 0;
   size_t filled_ = 0;
 };
@@ -267,7 +295,14 @@ class RecordWalk {
     pos_ += h.Size();
     return true;
   }
-  bool Payload(const Record& r, uint8_t* out) { return reader_.Copy(r.pos + kZMRecordHeadSize, r.head.length, out); }
+  // Fills `p` with the record's payload: a reference into the read buffer
+  // when `share` and it lies there, else a copy. False when it cannot be read.
+  bool Payload(const Record& r, AVPacket* p, bool share) {
+    const uint64_t at = r.pos + kZMRecordHeadSize;
+    if (share && reader_.Ref(at, r.head.length, p)) return true;
+    if (av_new_packet(p, static_cast<int>(r.head.length)) < 0) return false;
+    return reader_.Copy(at, r.head.length, p->data);
+  }
   // Skips forward to `pos` (a record head found before).
   void Seek(uint64_t pos) { pos_ = pos; }
   uint64_t pos() const { return pos_; }
@@ -592,7 +627,12 @@ bool Exporter::OpenOutput() {
   for (size_t i = 0; i < req_.texts.size(); ++i)
     av_dict_set(&oc->metadata, ("TEXT_" + std::to_string(i + 1)).c_str(), req_.texts[i].c_str(), 0);
 
-  rc = avformat_write_header(oc, nullptr);
+  // Matroska's optional CRC-32 element per cluster would cost more than the
+  // whole copy; the read-back check stands in for it.
+  AVDictionary* opts = nullptr;
+  if (format_ == ZMExportFormat::kMatroska) av_dict_set(&opts, "write_crc32", "0", 0);
+  rc = avformat_write_header(oc, &opts);
+  av_dict_free(&opts);
   if (rc < 0) return Fail("cannot start the " + std::string(name) + " output: " + AvError(rc) + " " + file_.error);
   return true;
 }
@@ -808,8 +848,11 @@ bool Exporter::WriteRecord(Source& s, RecordWalk& walk, const Record& r) {
   const int64_t ms = Ms(r.wall);
   if (!mp4 && r.video && ms < lastVideoMs_) return true;  // out of order: dropped
   PacketPtr p(av_packet_alloc());
-  if (!p || av_new_packet(p.get(), static_cast<int>(r.head.length)) < 0) return Fail("out of memory");
-  if (!walk.Payload(r, p->data)) return Fail(s.path + ": the record at byte " + std::to_string(r.pos) + " cannot be read");
+  if (!p) return Fail("out of memory");
+  // Decoders want zeroed padding after a payload: only the stream copy
+  // shares the read buffer.
+  if (!walk.Payload(r, p.get(), !mp4))
+    return Fail(s.path + ": the record at byte " + std::to_string(r.pos) + " cannot be read");
   p->pts = p->dts = ms;
   if (audio) ++rep_.audioRecords;
   if (mp4) {
