@@ -461,6 +461,7 @@ class Exporter {
   PacketPtr pendingSub_;       // the caption of the current second, waiting for its end
   int64_t pendingSubEnd_ = 0;
   int64_t lastVideoMs_ = -1;
+  int64_t lastAudioMs_ = -1;
   int64_t lastSecond_ = INT64_MIN;  // the wall-clock second of the last subtitle
   std::vector<Chapter> chapters_;
   int64_t endMs_ = 0;
@@ -500,6 +501,10 @@ bool Exporter::OpenSources() {
       if (s->codec != a.codec || s->width != a.width || s->height != a.height || !(s->audio == a.audio))
         return Fail(path + " is not of the same camera as " + a.path + " (codec, picture size or audio differ)");
     }
+    std::error_code ec;
+    for (const auto& other : sources_)
+      if (std::filesystem::equivalent(other->path, path, ec))
+        return Fail(path + " is given twice (as " + other->path + ")", ZMExportStatus::kUsage);
     sources_.push_back(std::move(s));
   }
   std::stable_sort(sources_.begin(), sources_.end(), [](const auto& a, const auto& b) {
@@ -846,7 +851,11 @@ bool Exporter::WriteRecord(Source& s, RecordWalk& walk, const Record& r) {
   if (mp4 && audio && !selected) return true;
   if (audio && r.head.length % (2 * s.audio.channels) != 0) return true;  // not whole samples
   const int64_t ms = Ms(r.wall);
-  if (!mp4 && r.video && ms < lastVideoMs_) return true;  // out of order: dropped
+  // Records before the last of their kind (overlapping recordings) are
+  // dropped: the output's time stamps only rise.
+  if (!mp4 && r.video && ms < lastVideoMs_) return true;
+  if (!mp4 && audio && ms < lastAudioMs_) return true;
+  if (!mp4 && audio) lastAudioMs_ = ms;
   PacketPtr p(av_packet_alloc());
   if (!p) return Fail("out of memory");
   // Decoders want zeroed padding after a payload: only the stream copy
