@@ -464,6 +464,7 @@ class Exporter {
   int64_t lastAudioMs_ = -1;
   int64_t lastSecond_ = INT64_MIN;  // the wall-clock second of the last subtitle
   std::vector<Chapter> chapters_;
+  int64_t lastEntryChapter_ = INT64_MIN;  // wall time of the last index chapter
   int64_t endMs_ = 0;
 
   // MP4 only.
@@ -523,6 +524,7 @@ bool Exporter::Plan() {
   int64_t firstSelected = 0;  // wall time of the first record at or after "from"
   // Walks source i from `begin` until the first selected record is passed
   // and a key record to start at is known.
+  std::string stops;  // why walks ended early, for the message when nothing is found
   auto scan = [&](size_t i, uint64_t begin) {
     RecordWalk walk(*sources_[i], begin);
     Record r;
@@ -532,6 +534,7 @@ bool Exporter::Plan() {
       if (r.key && r.wall >= from && !firstKeyAfter) firstKeyAfter = std::make_pair(i, r);
       if (sawSelected && (lastKey || firstKeyAfter)) return;
     }
+    if (!walk.stop().empty()) stops += "; " + sources_[i]->path + " " + walk.stop();
   };
   for (size_t i = 0; i < sources_.size() && !(sawSelected && (lastKey || firstKeyAfter)); ++i) {
     Source& s = *sources_[i];
@@ -551,8 +554,9 @@ bool Exporter::Plan() {
   }
   const auto& start = lastKey ? lastKey : firstKeyAfter;
   if (req_.hasRange && (!sawSelected || firstSelected >= req_.to || !start || start->second.wall >= req_.to))
-    return Fail("no record of the recordings lies between " + WallText(req_.from) + " and " + WallText(req_.to));
-  if (!start) return Fail("the recordings hold no picture that can start an export");
+    return Fail("no record of the recordings lies between " + WallText(req_.from) + " and " + WallText(req_.to) +
+                stops);
+  if (!start) return Fail("the recordings hold no picture that can start an export" + stops);
   startSource_ = start->first;
   startPos_ = start->second.pos;
   const Source& first = *sources_[startSource_];
@@ -919,8 +923,13 @@ bool Exporter::Walk() {
       while (nextEntry < s.index.size() && s.index[nextEntry].offset <= r.pos) {
         const ZMIndexEntry& e = s.index[nextEntry++];
         const int64_t wall = WrapAdd(s.start, static_cast<int64_t>(e.time) * kTicksPerMs);
-        if (e.offset == r.pos && wall >= origin_ && (!mp4 || !req_.hasRange || wall >= req_.from))
+        // One chapter per index entry, but not more than one a second: an
+        // MJPEG recording's index has an entry for every picture.
+        if (e.offset == r.pos && wall >= origin_ && (!mp4 || !req_.hasRange || wall >= req_.from) &&
+            (lastEntryChapter_ == INT64_MIN || wall - lastEntryChapter_ >= kTicksPerSecond)) {
           chapters_.push_back({Ms(wall), WallText(wall), 1});
+          lastEntryChapter_ = wall;
+        }
       }
       if (!WriteRecord(s, walk, r)) return false;
       lastWall = r.wall;
@@ -981,7 +990,8 @@ bool Exporter::Finish() {
     }
     rep_.chapters = chapters_.size();
   }
-  if (rep_.videoFrames == 0) return Fail("no picture lies in the requested range");
+  if (rep_.videoFrames == 0)
+    return Fail(format_ == ZMExportFormat::kMP4 ? "none of the pictures could be decoded" : "no picture was exported");
   int rc = av_write_trailer(oc);
   if (rc < 0) return Fail("cannot finish " + req_.output + ": " + (file_.error.empty() ? AvError(rc) : file_.error));
   avio_flush(oc->pb);
