@@ -1,10 +1,6 @@
 // `dravix write-test-recording`: a recording of real video made from a
-// moving test pattern, for demonstrations, tests and benchmarks.
-//
-// Each picture of libavfilter's testsrc2 pattern carries a frame code
-// (frame number and wall-clock second, dravix/media/frame_code.h) and is
-// encoded to the camera codec asked for; with --audio a 440 Hz tone goes
-// along as 8 kHz 16-bit PCM in blocks of 100 ms. `--noise` keeps the older
+// moving test pattern (dravix/media/pattern_recording.h), for
+// demonstrations, tests and benchmarks. `--noise` keeps the older
 // synthetic mode (noise payloads behind the right picture starts), which is
 // fast and what the fuzz corpora and the format benchmarks use.
 //
@@ -15,14 +11,10 @@
 #include "tools/time_arg.h"
 
 #include "dravix/base/ztime.h"
-#include "dravix/media/audio_source.h"
 #include "dravix/media/codec_log.h"
-#include "dravix/media/frame_code.h"
-#include "dravix/media/frame_source.h"
-#include "dravix/media/video_encoder.h"
+#include "dravix/media/pattern_recording.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_sample.h"
-#include "dravix/media/zm_writer.h"
 
 #include <csignal>
 
@@ -92,12 +84,6 @@ class InterruptGuard {
   void (*previous_)(int);
 };
 
-// Seconds since 1970-01-01 00:00 of a FILETIME on the local wall clock.
-uint32_t WallSeconds(int64_t fileTime) {
-  constexpr int64_t kUnixEpoch = 116444736000000000;  // 1970-01-01 as a FILETIME
-  return static_cast<uint32_t>((fileTime - kUnixEpoch) / 10000000);
-}
-
 int WriteNoise(int codec, const Size& size, int64_t startTime) {
   const int sizeCode = PictureSizeCode(size.width, size.height);
   if (sizeCode < 0) throw UsageError("--noise writes only the sizes of the size-code table (0-6)");
@@ -122,98 +108,31 @@ int WriteNoise(int codec, const Size& size, int64_t startTime) {
 
 int WriteVideo(int codec, const Size& size, int64_t startTime) {
   QuietCodecLog();
-  std::string error;
-  FrameSource pattern;
-  FrameSourceOptions so;
-  so.format = "lavfi";
-  so.fullRange = VideoEncoder::FullRangeFor(codec);
-  if (!pattern.Open(FrameSource::TestPatternUrl(size.width, size.height, g.fps), so, &error))
-    throw Failure("cannot make the test pattern: " + error);
-  VideoEncoder encoder;
-  VideoEncoderSettings es;
-  es.codec = codec;
-  es.width = size.width;
-  es.height = size.height;
-  es.framesPerSecond = g.fps;
-  es.mjpegQuality = g.mjpegQuality;
-  es.zmediaQuality = g.zmediaQuality;
-  if (!encoder.Open(es, &error)) throw Failure("cannot encode " + g.out + ": " + error);
-  AudioSource tone;
-  if (g.audio) {
-    AudioSourceOptions ao;
-    ao.format = "lavfi";
-    if (!tone.Open(AudioSource::ToneUrl(440, ao.sampleRate), ao, &error))
-      throw Failure("cannot make the test tone: " + error);
-  }
-
-  std::vector<ZMStreamFormat> streams{ZMStreamFormat::VideoOfSize(codec, size.width, size.height, g.fps)};
-  if (g.audio) streams.push_back(ZMStreamFormat::Audio());
-  ZMRecordingWriter writer;
-  if (FAILED(writer.CreateStaged(g.out.c_str(), startTime, streams, &error)))
-    throw Failure("cannot write " + g.out + ": " + error);
-
-  constexpr uint32_t kAudioBlockMs = 100;
-  constexpr size_t kAudioBlockBytes = 1600;  // 100 ms of 8 kHz 16-bit mono
-  std::vector<uint8_t> pcm;
-  uint32_t nextAudio = 0;
-  // Audio blocks up to the time `t` (with `inclusive`, also the block of
-  // `t` itself): a key picture goes first in its millisecond, so that it
-  // gets the index entry.
-  auto audioUntil = [&](uint32_t t, bool inclusive) {
-    while (g.audio && (nextAudio < t || (inclusive && nextAudio == t))) {
-      while (pcm.size() < kAudioBlockBytes) {
-        const AudioSource::Result r = tone.Next(&pcm, &error);
-        if (r == AudioSource::Result::kError) throw Failure("the test tone failed: " + error);
-        if (r == AudioSource::Result::kEnd) throw Failure("the test tone ended early");
-      }
-      if (FAILED(writer.AddRecord(1, nextAudio, pcm.data(), kAudioBlockBytes, false)))
-        throw Failure("cannot add audio to " + g.out);
-      pcm.erase(pcm.begin(), pcm.begin() + kAudioBlockBytes);
-      nextAudio += kAudioBlockMs;
-    }
-  };
-  auto add = [&](const std::vector<EncodedPacket>& packets) {
-    for (const EncodedPacket& p : packets) {
-      const auto t = static_cast<uint32_t>(p.timeMs);
-      audioUntil(t, false);
-      if (FAILED(writer.AddRecord(0, t, p.data.data(), static_cast<uint32_t>(p.data.size()), p.key)))
-        throw Failure("the encoder gave a record the recording cannot hold (" + std::to_string(p.data.size()) +
-                      " bytes at " + std::to_string(t) + " ms)");
-      audioUntil(t, true);
-    }
-  };
-
-  const uint64_t frames = static_cast<uint64_t>(g.seconds) * g.fps;
+  PatternRecordingOptions o;
+  o.startTime = startTime;
+  o.codec = codec;
+  o.width = size.width;
+  o.height = size.height;
+  o.framesPerSecond = g.fps;
+  o.seconds = g.seconds;
+  o.audio = g.audio;
+  o.mjpegQuality = g.mjpegQuality;
+  o.zmediaQuality = g.zmediaQuality;
   InterruptGuard guard;
   Progress bar("write-test-recording");
-  Picture picture;
-  std::vector<EncodedPacket> packets;
-  for (uint64_t i = 0; i < frames; ++i) {
-    if (g_interrupted) throw Failure("interrupted: nothing was written to " + g.out);
-    const FrameSource::Result r = pattern.Next(&picture, &error);
-    if (r != FrameSource::Result::kPicture)
-      throw Failure("the test pattern stopped: " + (error.empty() ? std::string("no more pictures") : error));
-    const uint32_t t = static_cast<uint32_t>(i * 1000 / g.fps);
-    picture.timeMs = t;
-    const FrameCode code{static_cast<uint32_t>(i), WallSeconds(startTime + static_cast<int64_t>(t) * kTicksPerMs)};
-    DrawFrameCode(picture.y.data(), picture.width, picture.width, picture.height, code);
-    packets.clear();
-    if (!encoder.Encode(picture, &packets, &error)) throw Failure("cannot encode " + g.out + ": " + error);
-    add(packets);
-    bar.Update(static_cast<int>((i + 1) * 100 / frames));
-  }
-  packets.clear();
-  if (!encoder.Flush(&packets, &error)) throw Failure("cannot encode " + g.out + ": " + error);
-  add(packets);
+  o.progress = [&bar](uint64_t done, uint64_t all) {
+    bar.Update(static_cast<int>(done * 100 / all));
+    return g_interrupted == 0;
+  };
+  PatternRecordingStats stats;
+  std::string error;
+  const bool ok = WritePatternRecording(g.out.c_str(), o, &stats, &error);
   bar.Finish();
-  if (g_interrupted) throw Failure("interrupted: nothing was written to " + g.out);
-
-  const uint64_t records = writer.RecordCount(), video = writer.VideoRecordCount();
-  const uint64_t entries = writer.IndexEntryCount(), bytes = writer.DataLength();
-  if (FAILED(writer.Close(&error))) throw Failure("cannot write " + g.out + ": " + error);
-  std::cout << g.out << ": " << records << " records (" << video << " video, " << size.width << "x"
-            << size.height << " " << (codec == kCodecMJPEG ? "MJPEG" : "H.263") << "), " << bytes
-            << " bytes of data, " << entries << " index entries\n";
+  if (stats.stopped) throw Failure("interrupted: nothing was written to " + g.out);
+  if (!ok) throw Failure("cannot write " + g.out + ": " + error);
+  std::cout << g.out << ": " << stats.records << " records (" << stats.videoRecords << " video, " << size.width
+            << "x" << size.height << " " << (codec == kCodecMJPEG ? "MJPEG" : "H.263") << "), " << stats.dataLength
+            << " bytes of data, " << stats.indexEntries << " index entries\n";
   return kExitOk;
 }
 
