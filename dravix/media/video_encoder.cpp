@@ -149,6 +149,11 @@ bool VideoEncoder::Open(const VideoEncoderSettings& s, std::string* error) {
     c->pix_fmt = AV_PIX_FMT_YUV420P;
     c->gop_size = static_cast<int>(s.keyInterval ? s.keyInterval : s.framesPerSecond);
     c->bit_rate = H263BitRate(s.zmediaQuality, s.width, s.height, s.framesPerSecond);
+    // H.263 clips coefficient levels to +-127: at a fine quantiser an inter
+    // block whose brightness jumps (a light switched on, a frame code bit)
+    // comes out far too dark or light. Choosing each macroblock's coding by
+    // its rate and real distortion codes such a block intra instead.
+    c->mb_decision = FF_MB_DECISION_RD;
   }
   int rc = avcodec_open2(c, codec, nullptr);
   if (rc < 0) return fail(std::string("cannot open the ") + codec->name + " encoder for " + size + ": " + AvError(rc));
