@@ -31,9 +31,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 #include <libavformat/avio.h>
 #include <libavutil/channel_layout.h>
-#include <libavutil/imgutils.h>
 #include <libavutil/mem.h>
-#include <libavutil/opt.h>
 #include <libswscale/swscale.h>
 }
 
