@@ -732,9 +732,10 @@ bool Exporter::Mux(AVPacket* p, int stream) {
 bool Exporter::FlushVideo(int64_t nextMs) {
   if (!pending_) return true;
   const int64_t frameMs = FrameMs();
-  int64_t d = nextMs >= 0 ? nextMs - pending_->pts : frameMs;
-  const bool gap = d <= 0 || d > 4 * frameMs;
+  int64_t d = nextMs >= 0 ? nextMs - pending_->pts : -1;
+  const bool gap = d < 0 || d > 4 * frameMs;
   if (gap) d = frameMs;  // before a gap, or at the end, a frame lasts its nominal time
+  if (d == 0) d = 1;     // two pictures in one millisecond
   pending_->duration = d;
   endMs_ = std::max(endMs_, pending_->pts + d);
   ++rep_.videoFrames;
