@@ -129,6 +129,11 @@ bool ReadIndex(const std::string& path, uint64_t fileSize, std::vector<ZMIndexEn
 
 // Opens and describes one source; on failure returns the reason.
 std::string OpenSource(Source* s) {
+  // Only regular files: opening a FIFO or a device could block or consume it.
+  std::error_code ec;
+  const auto type = std::filesystem::status(s->path, ec).type();
+  if (type == std::filesystem::file_type::not_found) return "does not exist";
+  if (type != std::filesystem::file_type::regular) return "is not a regular file";
   const HRESULT hr = s->reader.Open(s->path.c_str(), &s->file, false);
   if (hr == E_FAIL && !s->file.IsOpen()) return "cannot be opened for reading";
   if (FAILED(hr)) return hr == E_UNEXPECTED ? "is not a recording (wrong magic or stream tag)" : "has an unreadable header";
