@@ -95,7 +95,7 @@ void Register(CLI::App& app) {
       ->expected(2, -1);
   e->add_option("--from", g.from, "local time: YYYY-MM-DD hh:mm:ss");
   e->add_option("--to", g.to, "local time: YYYY-MM-DD hh:mm:ss");
-  e->add_option("--text", g.texts, "a text stored as a tag (repeatable)");
+  e->add_option("--text", g.texts, "a text stored as a tag (repeat --text for more)")->expected(1)->take_all();
   e->add_option("--camera", g.camera, "camera name for the tags (default: the first source's file name)");
 }
 
