@@ -265,10 +265,13 @@ TEST(VideoEncoder, RefusesWhatItCannotEncode) {
   s.width = 176;
   s.height = 144;
   ASSERT_TRUE(e.Open(s, &error)) << error;
-  Picture wrong;
-  wrong.Resize(128, 96);
+  Picture wrongSize, wrongRange;
+  wrongSize.Resize(128, 96);
+  wrongRange.Resize(176, 144);
+  wrongRange.fullRange = true;  // H.263 takes video range
   std::vector<EncodedPacket> out;
-  EXPECT_FALSE(e.Encode(wrong, &out, &error));
+  EXPECT_FALSE(e.Encode(wrongSize, &out, &error));
+  EXPECT_FALSE(e.Encode(wrongRange, &out, &error));
   EXPECT_TRUE(out.empty());
 }
 
