@@ -82,6 +82,10 @@ int Frame() {
   if (SameFile(g.src, g.out) || SameFile(IndexNameForWriter(g.src), g.out))
     throw UsageError("OUT " + g.out + " is the recording or its index: refusing to overwrite it");
 
+  // Only a regular file is opened as a recording: a FIFO would block.
+  std::error_code ec;
+  if (std::filesystem::exists(g.src, ec) && !std::filesystem::is_regular_file(g.src, ec))
+    throw Failure("no picture from " + g.src + ": it is not a regular file");
   PictureAtMoment found;
   std::string error;
   if (!FindPictureAt(g.src.c_str(), FileTimeToInt64(ft), !jpeg, &found, &error))

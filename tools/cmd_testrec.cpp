@@ -149,6 +149,9 @@ int WriteTest() {
     throw UsageError("--codec must be h263 or mjpeg, not '" + g.codec + "'");
   const Size size = ParseSize(g.size);
   if (g.seconds == 0) throw UsageError("--seconds 0 makes no record: give 1 or more");
+  // Record times are milliseconds in 32 bits: about 49 days.
+  if (g.seconds > 4294966)
+    throw UsageError("--seconds " + std::to_string(g.seconds) + " is longer than a recording can be (4294966 s)");
   if (g.audio && g.noAudio) throw UsageError("--audio and --no-audio contradict each other");
   if (g.meanFrameBytes != 0 && !g.noise) throw UsageError("--frame-bytes sets noise frames: it needs --noise");
   return g.noise ? WriteNoise(codec, size, FileTimeToInt64(ft)) : WriteVideo(codec, size, FileTimeToInt64(ft));

@@ -180,6 +180,12 @@ bool VideoEncoder::Encode(const Picture& picture, std::vector<EncodedPacket>* ou
                " given to an encoder of " + std::to_string(s.width) + "x" + std::to_string(s.height);
     return false;
   }
+  if (picture.fullRange != FullRangeFor(s.codec)) {
+    if (error)
+      *error = std::string("a picture in ") + (picture.fullRange ? "full" : "video") + " range given to an " +
+               (s.codec == kCodecMJPEG ? "MJPEG" : "H.263") + " encoder (convert it first)";
+    return false;
+  }
   AVFrame* f = impl_->frame;
   int rc = av_frame_make_writable(f);
   if (rc < 0) {

@@ -59,7 +59,8 @@ class VideoEncoder {
 
   // Encodes one picture of the opened size and appends what the codec gives
   // back (for these codecs, one packet per picture) to `out`. False with
-  // `error` when the picture has another size or the codec fails.
+  // `error` when the picture has another size, is not in the codec's luma
+  // range (FullRangeFor), or the codec fails.
   bool Encode(const Picture& picture, std::vector<EncodedPacket>* out, std::string* error);
   // Drains the codec at the end of the pictures.
   bool Flush(std::vector<EncodedPacket>* out, std::string* error);

@@ -11,6 +11,8 @@
 #include "tests/media/zm_test_util.h"
 #include "tests/support/test_home.h"
 
+#include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 
 namespace dravix::test {
@@ -97,8 +99,18 @@ TEST_F(PatternRecording, EveryRecordIsAValidPictureThatDecodesToItsOwnFrameCode)
     size_t audio = 0;
     for (const Record& r : records) {
       EXPECT_TRUE(IsValidRecord(r.head, r.payload.data(), r.payload.size(), rules)) << "record at " << r.head.time;
-      if (r.head.stream == 0) video.push_back(&r);
-      else ++audio;
+      if (r.head.stream == 0) {
+        video.push_back(&r);
+        continue;
+      }
+      ++audio;
+      // 16-bit PCM of a tone: loud samples, not silence or a wrong format.
+      int peak = 0;
+      for (size_t i = 0; i + 1 < r.payload.size(); i += 2) {
+        const auto sample = static_cast<int16_t>(r.payload[i] | r.payload[i + 1] << 8);
+        peak = std::max(peak, std::abs(static_cast<int>(sample)));
+      }
+      EXPECT_GT(peak, 1000) << "audio at " << r.head.time;
     }
     const uint32_t frames = c.fps * c.seconds;
     ASSERT_EQ(video.size(), frames);
@@ -265,10 +277,13 @@ TEST(VideoEncoder, RefusesWhatItCannotEncode) {
   s.width = 176;
   s.height = 144;
   ASSERT_TRUE(e.Open(s, &error)) << error;
-  Picture wrong;
-  wrong.Resize(128, 96);
+  Picture wrongSize, wrongRange;
+  wrongSize.Resize(128, 96);
+  wrongRange.Resize(176, 144);
+  wrongRange.fullRange = true;  // H.263 takes video range
   std::vector<EncodedPacket> out;
-  EXPECT_FALSE(e.Encode(wrong, &out, &error));
+  EXPECT_FALSE(e.Encode(wrongSize, &out, &error));
+  EXPECT_FALSE(e.Encode(wrongRange, &out, &error));
   EXPECT_TRUE(out.empty());
 }
 
