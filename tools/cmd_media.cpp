@@ -1,4 +1,4 @@
-// `dravix probe | check | cut | write-test-recording`: recording files from
+// `dravix probe | check | cut`: recording files from
 // the shell.
 #include "tools/command.h"
 #include "tools/progress.h"
@@ -402,34 +402,6 @@ int Cut() {
   return kExitOk;
 }
 
-// --- write-test-recording ----------------------------------------------------
-
-int WriteTest() {
-  ZMSampleOptions o;
-  const SYSTEMTIME start = g.start.empty() ? GetSysTime() : ParseTimeArg(g.start, "--start");
-  FILETIME ft{};
-  if (!SystemTimeToFileTime(start, &ft)) throw UsageError("--start is out of range");
-  o.startTime = FileTimeToInt64(ft);
-  o.seconds = g.seconds;
-  if (g.codec == "h263")
-    o.codec = kCodecH263;
-  else if (g.codec == "mjpeg")
-    o.codec = kCodecMJPEG;
-  else
-    throw UsageError("--codec must be h263 or mjpeg, not '" + g.codec + "'");
-  o.sizeCode = g.sizeCode;
-  o.framesPerSecond = g.fps;
-  o.keyInterval = g.fps;
-  o.meanFrameBytes = g.meanFrameBytes;
-  o.audio = !g.noAudio;
-  ZMSampleStats stats;
-  const HRESULT hr = WriteSampleRecording(g.files.front().c_str(), o, &stats);
-  if (FAILED(hr)) throw Failure("cannot write " + g.files.front() + ": " + Hr(hr));
-  std::cout << g.files.front() << ": " << stats.records << " records (" << stats.videoRecords << " video), "
-            << stats.dataLength << " bytes of data, " << stats.indexEntries << " index entries\n";
-  return kExitOk;
-}
-
 void Register(CLI::App& app) {
   const char* kForm = "local time: YYYY-MM-DD hh:mm:ss";
 
@@ -451,22 +423,6 @@ void Register(CLI::App& app) {
   cut->add_option("--from", g.from, kForm)->required();
   cut->add_option("--to", g.to, kForm)->required();
   cut->add_option("--text", g.texts, "a text stored in the new file's header (repeatable)");
-
-  CLI::App* w = AddCommand(&app, "write-test-recording",
-                           "write a synthetic recording (noise frames with the right picture starts) and its index",
-                           WriteTest);
-  w->add_option("OUT", g.files, "file to write")->required()->expected(1);
-  w->add_option("--seconds", g.seconds, "length")->capture_default_str();
-  w->add_option("--start", g.start, std::string(kForm) + " (default: now)");
-  w->add_option("--codec", g.codec, "h263 or mjpeg")->capture_default_str();
-  w->add_option("--size", g.sizeCode, "picture-size code: 0 320x240, 1 640x240, 2 640x480, 3 720x240, "
-                                      "4 720x480, 5 720x288, 6 720x576")
-      ->check(CLI::Range(0, 6))
-      ->capture_default_str();
-  w->add_option("--fps", g.fps, "frames per second (a key frame each second)")->check(CLI::Range(1, 100))
-      ->capture_default_str();
-  w->add_option("--frame-bytes", g.meanFrameBytes, "mean frame size")->capture_default_str();
-  w->add_flag("--no-audio", g.noAudio, "video only");
 }
 
 const Registration reg{60, Register};

@@ -28,11 +28,11 @@ void Fill(std::vector<uint8_t>& buf, size_t n, Rng& rng) {
 
 }  // namespace
 
-HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& o, ZMSampleStats* stats) {
+HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& o, ZMSampleStats* stats, std::string* error) {
   std::vector<ZMStreamFormat> streams{ZMStreamFormat::Video(o.codec, o.sizeCode, o.framesPerSecond)};
   if (o.audio) streams.push_back(ZMStreamFormat::Audio());
   ZMRecordingWriter w;
-  HRESULT hr = w.Create(path, o.startTime, streams);
+  HRESULT hr = o.staged ? w.CreateStaged(path, o.startTime, streams, error) : w.Create(path, o.startTime, streams);
   if (FAILED(hr)) return hr;
   w.SetLeadIn(o.leadIn);
 
@@ -77,7 +77,7 @@ HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& o, ZMSampl
     w.Abandon();
     return S_OK;
   }
-  return w.Close();
+  return w.Close(error);
 }
 
 }  // namespace dravix::media

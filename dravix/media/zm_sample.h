@@ -23,6 +23,7 @@ struct ZMSampleOptions {
   int64_t leadIn = 0;
   uint64_t seed = 1;
   bool finish = true;          // false: abandon the file as a crash would
+  bool staged = false;         // whole or absent: both files appear only when finished
 };
 
 struct ZMSampleStats {
@@ -33,7 +34,8 @@ struct ZMSampleStats {
   uint32_t lastTime = 0;  // ms
 };
 
-// S_OK, or the writer's error.
-HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& options, ZMSampleStats* stats = nullptr);
+// S_OK, or the writer's error (with `error` saying why for a staged file).
+HRESULT WriteSampleRecording(const char* path, const ZMSampleOptions& options, ZMSampleStats* stats = nullptr,
+                             std::string* error = nullptr);
 
 }  // namespace dravix::media

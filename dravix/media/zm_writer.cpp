@@ -24,27 +24,31 @@ uint32_t FourCC(const char* s) {
 }  // namespace
 
 ZMStreamFormat ZMStreamFormat::Video(int codec, int sizeCode, uint32_t framesPerSecond) {
+  const ZMPictureSize size = kZMPictureSizes[std::clamp(sizeCode, 0, 6)];
+  return VideoOfSize(codec, size.width, size.height, framesPerSecond);
+}
+
+ZMStreamFormat ZMStreamFormat::VideoOfSize(int codec, int width, int height, uint32_t framesPerSecond) {
   ZMStreamFormat f;
   f.majorType = kMediaTypeVideo;
   f.subtype = codec == kCodecMJPEG ? kSubtypeMJPEG : kSubtypeH263;
   f.temporalCompression = codec == kCodecMJPEG ? 0 : 1;
   f.formatType = kFormatVideoInfo;
-  const ZMPictureSize size = kZMPictureSizes[std::clamp(sizeCode, 0, 6)];
   f.format.assign(kVideoInfoSize, 0);
   uint8_t* v = f.format.data();
   // rcSource and rcTarget: the whole picture.
-  StoreLE<int32_t>(v + 8, size.width);
-  StoreLE<int32_t>(v + 12, size.height);
-  StoreLE<int32_t>(v + 24, size.width);
-  StoreLE<int32_t>(v + 28, size.height);
+  StoreLE<int32_t>(v + 8, width);
+  StoreLE<int32_t>(v + 12, height);
+  StoreLE<int32_t>(v + 24, width);
+  StoreLE<int32_t>(v + 28, height);
   StoreLE<int64_t>(v + 40, framesPerSecond ? 10000000 / framesPerSecond : 0);  // AvgTimePerFrame
   StoreLE<uint32_t>(v + 48, 40);                                               // biSize
-  StoreLE<int32_t>(v + kVihWidth, size.width);
-  StoreLE<int32_t>(v + kVihHeight, size.height);
+  StoreLE<int32_t>(v + kVihWidth, width);
+  StoreLE<int32_t>(v + kVihHeight, height);
   StoreLE<uint16_t>(v + 60, 1);   // biPlanes
   StoreLE<uint16_t>(v + 62, 24);  // biBitCount
   StoreLE<uint32_t>(v + 64, FourCC(codec == kCodecMJPEG ? "MJPG" : "H263"));
-  StoreLE<uint32_t>(v + 68, static_cast<uint32_t>(size.width * size.height * 3));
+  StoreLE<uint32_t>(v + 68, static_cast<uint32_t>(width) * static_cast<uint32_t>(height) * 3);
   return f;
 }
 
@@ -86,7 +90,11 @@ std::vector<uint8_t> ZMStreamFormat::Encode() const {
 ZMRecordingWriter::ZMRecordingWriter() = default;
 
 ZMRecordingWriter::~ZMRecordingWriter() {
-  if (IsOpen()) Close();
+  // A staged recording that was not closed is unfinished work: it goes.
+  if (stagedFile_.IsOpen())
+    Abandon();
+  else if (IsOpen())
+    Close();
 }
 
 HRESULT ZMRecordingWriter::Create(const char* path, int64_t startTime, const std::vector<ZMStreamFormat>& streams,
@@ -100,16 +108,31 @@ HRESULT ZMRecordingWriter::Create(const char* path, int64_t startTime, const std
   return CreateRaw(path, startTime, records, static_cast<uint32_t>(streams.size()), dataOffset);
 }
 
+HRESULT ZMRecordingWriter::CreateStaged(const char* path, int64_t startTime,
+                                        const std::vector<ZMStreamFormat>& streams, std::string* error) {
+  if (streams.empty() || streams.size() > 255) return E_INVALIDARG;
+  std::vector<uint8_t> records;
+  for (const ZMStreamFormat& s : streams) {
+    const std::vector<uint8_t> r = s.Encode();
+    records.insert(records.end(), r.begin(), r.end());
+  }
+  const bool video = std::memcmp(records.data() + kStrMajorType, "vids", 4) == 0;
+  const ZMPictureCheck picture = video ? PictureCheckFor(LoadGuid(records.data() + kStrSubtype)) : ZMPictureCheck::kNone;
+  return Begin(path, startTime, records, static_cast<uint32_t>(streams.size()), kZMDefaultDataOffset, video, picture,
+               true, error);
+}
+
 HRESULT ZMRecordingWriter::CreateRaw(const char* path, int64_t startTime, const std::vector<uint8_t>& records,
                                      uint32_t count, uint32_t dataOffset) {
   if (count == 0 || count > 255 || records.size() < kZMStreamFixedSize) return E_INVALIDARG;
   const bool video = std::memcmp(records.data() + kStrMajorType, "vids", 4) == 0;
   const ZMPictureCheck picture = video ? PictureCheckFor(LoadGuid(records.data() + kStrSubtype)) : ZMPictureCheck::kNone;
-  return Begin(path, startTime, records, count, dataOffset, video, picture);
+  return Begin(path, startTime, records, count, dataOffset, video, picture, false, nullptr);
 }
 
 HRESULT ZMRecordingWriter::Begin(const char* path, int64_t startTime, const std::vector<uint8_t>& records,
-                                 uint32_t count, uint32_t dataOffset, bool firstIsVideo, ZMPictureCheck picture) {
+                                 uint32_t count, uint32_t dataOffset, bool firstIsVideo, ZMPictureCheck picture,
+                                 bool staged, std::string* error) {
   if (IsOpen()) return E_UNEXPECTED;
   if (path == nullptr) return E_POINTER;
   const uint64_t headerLength = kZMHeaderSize + records.size();
@@ -117,10 +140,20 @@ HRESULT ZMRecordingWriter::Begin(const char* path, int64_t startTime, const std:
 
   ResetState();
   indexPath_ = IndexNameForWriter(path);
-  if (!file_.Create(path)) return E_FAIL;
-  if (!index_.Create(indexPath_.c_str())) {
-    file_.Close();
-    return E_FAIL;
+  path_ = path;
+  if (staged) {
+    if (!stagedFile_.Open(path_, error) || !stagedIndex_.Open(indexPath_, error) ||
+        !file_.OpenDuplicate(stagedFile_.fd()) || !index_.OpenDuplicate(stagedIndex_.fd())) {
+      if (error != nullptr && error->empty()) *error = "cannot start " + path_;
+      Abandon();
+      return E_FAIL;
+    }
+  } else {
+    if (!file_.Create(path)) return E_FAIL;
+    if (!index_.Create(indexPath_.c_str())) {
+      file_.Close();
+      return E_FAIL;
+    }
   }
   streamCount_ = count;
   dataOffset_ = dataOffset;
@@ -142,8 +175,8 @@ HRESULT ZMRecordingWriter::Begin(const char* path, int64_t startTime, const std:
   std::memcpy(head.data() + kZMHeaderSize, records.data(), records.size());
   const uint8_t indexHeader[kZMIndexHeaderSize] = {};
   if (!file_.Write(head.data(), head.size()) || !index_.Write(indexHeader, sizeof indexHeader)) {
-    file_.Close();
-    index_.Close();
+    if (error != nullptr) *error = "cannot write the header of " + path_;
+    Abandon();
     return E_FAIL;
   }
   buffer_.reserve(kBufferLimit);
@@ -268,21 +301,36 @@ bool ZMRecordingWriter::WriteHeader(uint64_t dataLength, int64_t duration) {
   return file_.PWrite(header_.bytes, kZMHeaderSize, 0);
 }
 
-HRESULT ZMRecordingWriter::Close() {
+HRESULT ZMRecordingWriter::Close(std::string* error) {
   if (!IsOpen()) return E_UNEXPECTED;
-  FlushBuffers();
+  if (!FlushBuffers()) failed_ = true;
   if (recordsEnd_ < written_ && !file_.Truncate(static_cast<int64_t>(recordsEnd_))) failed_ = true;
   if (!WriteHeader(recordsEnd_ - dataOffset_, static_cast<int64_t>(lastTime_) * kTicksPerMs)) failed_ = true;
   file_.Close();
   index_.Close();
+  if (failed_ && error != nullptr) *error = "a write to " + path_ + " or its index failed";
+  if (stagedFile_.IsOpen()) {
+    if (failed_) {
+      stagedFile_.Discard();
+      stagedIndex_.Discard();
+    } else if (!stagedIndex_.Commit(0644, error)) {
+      stagedFile_.Discard();
+      failed_ = true;
+    } else if (!stagedFile_.Commit(0644, error)) {
+      // The index went in first; without its recording it must go again.
+      platform::RemoveFile(indexPath_.c_str());
+      failed_ = true;
+    }
+  }
   return failed_ ? E_FAIL : S_OK;
 }
 
 void ZMRecordingWriter::Abandon() {
-  if (!IsOpen()) return;
-  FlushBuffers();
+  if (IsOpen()) FlushBuffers();
   file_.Close();
   index_.Close();
+  stagedFile_.Discard();
+  stagedIndex_.Discard();
 }
 
 }  // namespace dravix::media

@@ -27,6 +27,7 @@
 
 #include "dravix/media/zm_format.h"
 #include "dravix/platform/file_io.h"
+#include "dravix/platform/staged_file.h"
 
 #include <string>
 #include <vector>
@@ -46,6 +47,9 @@ struct ZMStreamFormat {
   // A video stream of `codec` (kCodecH263 or kCodecMJPEG) with a
   // VIDEOINFOHEADER for picture-size code `sizeCode` (0..6).
   static ZMStreamFormat Video(int codec, int sizeCode, uint32_t framesPerSecond = 25);
+  // The same for any picture size (sizes outside the size-code table, such
+  // as 176x144, are stored as they are; readers then report no size code).
+  static ZMStreamFormat VideoOfSize(int codec, int width, int height, uint32_t framesPerSecond = 25);
   // A PCM audio stream with a WAVEFORMATEX.
   static ZMStreamFormat Audio(uint32_t samplesPerSecond = 8000, uint16_t channels = 1, uint16_t bitsPerSample = 16);
   // The stream record bytes (tag, length, media type, format block).
@@ -59,7 +63,7 @@ class ZMRecordingWriter {
   static constexpr int64_t kOpenDuration = static_cast<int64_t>(0xFFFFFFFFu) * kTicksPerMs;
 
   ZMRecordingWriter();
-  ~ZMRecordingWriter();  // Close()s an open file
+  ~ZMRecordingWriter();  // Close()s an open file; discards a staged one
   ZMRecordingWriter(const ZMRecordingWriter&) = delete;
   ZMRecordingWriter& operator=(const ZMRecordingWriter&) = delete;
 
@@ -69,6 +73,13 @@ class ZMRecordingWriter {
   // cannot be created.
   HRESULT Create(const char* path, int64_t startTime, const std::vector<ZMStreamFormat>& streams,
                  uint32_t dataOffset = kZMDefaultDataOffset);
+  // Like Create(), but both files are staged (StagedFile): nothing appears
+  // under `path` or its index name until Close() succeeds, and a process
+  // killed before then leaves nothing behind. Close() puts the index in
+  // place first, then the recording. E_FAIL with `error` saying why when a
+  // file cannot be started.
+  HRESULT CreateStaged(const char* path, int64_t startTime, const std::vector<ZMStreamFormat>& streams,
+                       std::string* error = nullptr);
   // The same with stream records already encoded (copied from another
   // file): `count` records laid end to end in `records`.
   HRESULT CreateRaw(const char* path, int64_t startTime, const std::vector<uint8_t>& records, uint32_t count,
@@ -85,10 +96,12 @@ class ZMRecordingWriter {
 
   // Finishes the header and closes both files. A trailing partial record
   // left by AppendRecordBytes is cut off. S_OK, or E_FAIL when a write
-  // failed at any point.
-  HRESULT Close();
+  // failed at any point. A staged recording is put in place here; when
+  // that fails neither file is left under its name and `error` says why.
+  HRESULT Close(std::string* error = nullptr);
   // Writes out what is buffered and closes both files without finishing
   // the header: what a crash leaves behind. For tests and demonstrations.
+  // A staged recording is discarded.
   void Abandon();
 
   bool IsOpen() const { return file_.IsOpen(); }
@@ -103,7 +116,8 @@ class ZMRecordingWriter {
 
  private:
   HRESULT Begin(const char* path, int64_t startTime, const std::vector<uint8_t>& records, uint32_t count,
-                uint32_t dataOffset, bool firstIsVideo, ZMPictureCheck picture);
+                uint32_t dataOffset, bool firstIsVideo, ZMPictureCheck picture, bool staged,
+                std::string* error);
   void ResetState();
   // Index bookkeeping for the record whose head is at file offset `at`.
   void NoteRecord(const ZMRecordHead& h, uint64_t at);
@@ -112,6 +126,9 @@ class ZMRecordingWriter {
 
   platform::File file_;
   platform::File index_;
+  platform::StagedFile stagedFile_;  // open only for CreateStaged()
+  platform::StagedFile stagedIndex_;
+  std::string path_;
   std::string indexPath_;
   ZMFileHeader header_;
   std::vector<uint8_t> buffer_;       // pending data bytes

@@ -124,6 +124,13 @@ bool File::Create(const char* path) {
   return true;
 }
 
+bool File::OpenDuplicate(int fd) {
+  Close();
+  if (fd < 0) return false;
+  fd_ = ::fcntl(fd, F_DUPFD_CLOEXEC, 0);
+  return fd_ >= 0;
+}
+
 void File::Close() {
   if (fd_ >= 0) {
     ::close(fd_);

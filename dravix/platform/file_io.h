@@ -43,6 +43,10 @@ class File {
   bool OpenExclusive(const char* path);
   // New or emptied file, read and write, shared; mode 0644 before umask.
   bool Create(const char* path);
+  // A handle of its own on the file behind descriptor `fd` (a duplicate;
+  // `fd` stays the caller's), for content staged elsewhere, such as a
+  // StagedFile's. No lock is taken: the file has no name yet.
+  bool OpenDuplicate(int fd);
 
   bool IsOpen() const { return fd_ >= 0; }
   void Close();

@@ -1,0 +1,11 @@
+#include "dravix/media/codec_log.h"
+
+extern "C" {
+#include <libavutil/log.h>
+}
+
+namespace dravix::media {
+
+void QuietCodecLog() { av_log_set_level(AV_LOG_ERROR); }
+
+}  // namespace dravix::media
