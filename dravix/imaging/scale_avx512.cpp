@@ -335,7 +335,8 @@ bool CpuHasAvx512() {
 }  // namespace
 
 const RowKernels* Avx512Kernels() {
-  static const RowKernels kernels{PickStrided, PickPlane, BlendRows, Lerp, ResampleRow};
+  static const RowKernels kernels{PickStrided, PickPlane, BlendRows, Lerp,
+                                  ResampleRow, nullptr,   false,     false};
   static const bool available = CpuHasAvx512();
   return available ? &kernels : nullptr;
 }
