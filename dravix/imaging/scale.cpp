@@ -436,15 +436,21 @@ int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int sh
 
 // The byte-shuffle form of a strip's column plan: lane l holds the (x1, x0)
 // pairs of output bytes 4l .. 4l + 3, eight 16-bit entries that must lie
-// within 16 entries of the smallest.
+// within 8 (one window) or 16 (two windows) entries of the smallest.
 void PlanLerpLanes(LerpColumns* cols) {
   cols->laneCount = 0;
   const int lanes = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock *
                     (detail::kLerpBlock / 4);
+  int widest = 0;
   for (int l = 0; l < lanes; ++l) {
     const int16_t* p = cols->pairs + 8 * l;
     const auto [lo, hi] = std::minmax_element(p, p + 8);
-    if (*hi - *lo >= 16) return;
+    widest = std::max(widest, *hi - *lo + 1);
+  }
+  if (widest > 16) return;
+  for (int l = 0; l < lanes; ++l) {
+    const int16_t* p = cols->pairs + 8 * l;
+    const int16_t* lo = std::min_element(p, p + 8);
     cols->laneBase[l] = 2 * *lo;
     for (int half = 0; half < 2; ++half) {
       uint8_t* m = cols->laneMasks[l / 2][half] + 16 * (l % 2);
@@ -456,6 +462,7 @@ void PlanLerpLanes(LerpColumns* cols) {
       }
     }
   }
+  cols->laneChunks = widest <= 8 ? 1 : 2;
   cols->laneCount = lanes;
 }
 

@@ -131,30 +131,44 @@ DRAVIX_AVX2 void BlendRows(const BYTE* r0, const BYTE* r1, int16_t* v, int n, in
 }
 
 // The (x1, x0) pairs of lanes l and l + 1, shuffled out of the blended strip.
+template <int kChunks>
 DRAVIX_AVX2 inline __m256i LerpPairs(const BYTE* v, const LerpColumns& cols, int l) {
   const BYTE* a = v + cols.laneBase[l];
   const BYTE* b = v + cols.laneBase[l + 1];
   const __m256i m0 = _mm256_load_si256(reinterpret_cast<const __m256i*>(cols.laneMasks[l / 2][0]));
+  const __m256i p0 = _mm256_shuffle_epi8(LoadPair(a, b), m0);
+  if (kChunks == 1) return p0;
   const __m256i m1 = _mm256_load_si256(reinterpret_cast<const __m256i*>(cols.laneMasks[l / 2][1]));
-  return _mm256_or_si256(_mm256_shuffle_epi8(LoadPair(a, b), m0),
-                         _mm256_shuffle_epi8(LoadPair(a + 16, b + 16), m1));
+  return _mm256_or_si256(p0, _mm256_shuffle_epi8(LoadPair(a + 16, b + 16), m1));
 }
 
-// Sixteen output bytes per step: two multiply-adds of eight pairs each.
-DRAVIX_AVX2 void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE* dstEnd) {
-  if (cols.laneCount == 0) {
-    ScalarLerpColumns(v, cols, dst, dstEnd);
-    return;
-  }
+// Eight output bytes (lanes l, l + 1) as 32-bit sums, shifted.
+template <int kChunks>
+DRAVIX_AVX2 inline __m256i LerpSums(const BYTE* v, const LerpColumns& cols, int b, __m128i shift) {
+  const __m256i w = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(cols.weights + 2 * b));
+  return _mm256_srl_epi32(_mm256_madd_epi16(LerpPairs<kChunks>(v, cols, b / 4), w), shift);
+}
+
+// 32 output bytes per step, then 16 at a time.
+template <int kChunks>
+DRAVIX_AVX2 void LerpLanes(const int16_t* v, const LerpColumns& cols, BYTE* dst) {
   const BYTE* vb = reinterpret_cast<const BYTE*>(v);
   const __m128i shift = _mm_cvtsi32_si128(cols.shift);
-  for (int b = 0, l = 0; b < cols.bytes; b += kLerpBlock, l += 4) {
-    const __m256i w0 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(cols.weights + 2 * b));
-    const __m256i w1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(cols.weights + 2 * b + 16));
-    const __m256i s0 = _mm256_srl_epi32(_mm256_madd_epi16(LerpPairs(vb, cols, l), w0), shift);
-    const __m256i s1 = _mm256_srl_epi32(_mm256_madd_epi16(LerpPairs(vb, cols, l + 2), w1), shift);
+  // After the packs, dwords hold output bytes 0-3, 8-11, 16-19, 24-27 | 4-7, ...
+  const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+  int b = 0;
+  for (; b + 32 <= cols.bytes; b += 32) {
+    const __m256i w0 = _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift),
+                                          LerpSums<kChunks>(vb, cols, b + 8, shift));
+    const __m256i w1 = _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b + 16, shift),
+                                          LerpSums<kChunks>(vb, cols, b + 24, shift));
+    const __m256i out = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w0, w1), order);
+    _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + b), out);
+  }
+  for (; b < cols.bytes; b += kLerpBlock) {
     // Words: outputs 0-3, 8-11 | 4-7, 12-15; bytes 0-3, 8-11, 4-7, 12-15.
-    const __m256i words = _mm256_packs_epi32(s0, s1);
+    const __m256i words = _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift),
+                                             LerpSums<kChunks>(vb, cols, b + 8, shift));
     __m128i out = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
     out = _mm_shuffle_epi32(out, _MM_SHUFFLE(3, 1, 2, 0));
     const int count = std::min(kLerpBlock, cols.bytes - b);
@@ -165,6 +179,16 @@ DRAVIX_AVX2 void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, cons
       _mm_store_si128(reinterpret_cast<__m128i*>(tail), out);
       std::memcpy(dst + b, tail, static_cast<size_t>(count));
     }
+  }
+}
+
+void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE* dstEnd) {
+  if (cols.laneCount == 0) {
+    ScalarLerpColumns(v, cols, dst, dstEnd);
+  } else if (cols.laneChunks == 1) {
+    LerpLanes<1>(v, cols, dst);
+  } else {
+    LerpLanes<2>(v, cols, dst);
   }
 }
 

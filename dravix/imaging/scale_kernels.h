@@ -31,9 +31,11 @@ struct LerpColumns {
   int32_t base[kStripBytes / kLerpBlock + 1];  // smallest index of each block
   // Byte-shuffle form of `pairs`, filled only for kernels that ask for it
   // (RowKernels::lerp_lanes): the pairs of 4 output bytes (16 bytes) are
-  // picked by two in-lane byte shuffles from the 32 bytes of the blended
-  // strip at laneBase. laneCount is 0 when some lane's pairs span more.
+  // picked by in-lane byte shuffles from laneChunks (1 or 2) 16-byte windows
+  // of the blended strip at laneBase. laneCount is 0 when some lane's pairs
+  // span more than 32 bytes.
   int laneCount = 0;
+  int laneChunks = 0;
   int32_t laneBase[kLerpLanes];                  // byte offset into the blended strip
   alignas(32) uint8_t laneMasks[kLerpLanes / 2][2][32];  // [lane pair][window half][byte]
 };
