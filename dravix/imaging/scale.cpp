@@ -38,9 +38,6 @@
 
 namespace dravix::imaging {
 namespace detail {
-namespace {
-
-}  // namespace
 
 void ScalarPickStrided(const StridedJob& job) {
   const long long stride = static_cast<long long>(job.e) * job.k;
@@ -102,7 +99,7 @@ void ScalarResampleRow(const GeneralRow& r, BYTE* dst, const BYTE*) {
 const RowKernels& ScalarKernels() {
   static const RowKernels k{ScalarPickStrided, ScalarPickPlane,   BlendRowsScalar,
                             ScalarLerpColumns, ScalarResampleRow, nullptr,
-                            false,             false};
+                            false,             false,             false};
   return k;
 }
 
@@ -248,7 +245,7 @@ void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long pl
   const bool unit = hstep == 1.0 && !huge;
   const bool integral = hstep == std::floor(hstep) && hstep < 2147483647.0 && !huge;
   const bool tabled = k.pick_row != nullptr && !unit && !huge && hstep != 2.0 &&
-                      outWidth * hstep < kTableSpanLimit;
+                      (!integral || k.strided_tables) && outWidth * hstep < kTableSpanLimit;
   if (tabled) {
     const TableJob t{src, src + planeBytes, planeWidth, vstep, dst, outWidth, outHeight,
                      outWidth, hstep};
@@ -370,7 +367,8 @@ RowPlace PlaceRow(const ResampleGeometry& g, int j) {
 
 void ResamplePoint(const RowKernels& k, const ResampleGeometry& g) {
   const int step = static_cast<int>(g.hratio);
-  if (step != 1 && k.pick_row != nullptr && g.dstStride * g.hratio < kTableSpanLimit) {
+  if (step != 1 && k.pick_row != nullptr && k.strided_tables &&
+      g.dstStride * g.hratio < kTableSpanLimit) {
     const TableJob t{g.src, g.srcEnd, g.srcStride, g.vratio, g.dst, g.dstStride, g.dstHeight,
                      static_cast<int>(g.dstStride), 0.0};
     const long long pixel = 3LL * step;

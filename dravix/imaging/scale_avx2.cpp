@@ -102,7 +102,9 @@ DRAVIX_AVX2 void PickLanes(const BYTE* src, const PickTable& plan, BYTE* dst) {
   }
 }
 
-void PickRow(const BYTE* src, const PickTable& plan, BYTE* dst) {
+}  // namespace
+
+void Avx2PickRow(const BYTE* src, const PickTable& plan, BYTE* dst) {
   switch (plan.lanes > 0 ? plan.chunks : 0) {
     case 1:
       return PickLanes<1>(src, plan, dst);
@@ -116,6 +118,8 @@ void PickRow(const BYTE* src, const PickTable& plan, BYTE* dst) {
       return TablePickRow(src, plan, dst);
   }
 }
+
+namespace {
 
 DRAVIX_AVX2 void BlendRows(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1) {
   const __m256i a = _mm256_set1_epi16(static_cast<short>(w0));
@@ -280,7 +284,7 @@ bool CpuHasAvx2() {
 
 const RowKernels* Avx2Kernels() {
   static const RowKernels kernels{PickStrided, ScalarPickPlane, BlendRows, Lerp, ResampleRow,
-                                  PickRow,     true,            true};
+                                  Avx2PickRow, true,            true,      true};
   static const bool available = CpuHasAvx2();
   return available ? &kernels : nullptr;
 }
@@ -291,6 +295,7 @@ const RowKernels* Avx2Kernels() {
 
 namespace dravix::imaging::detail {
 const RowKernels* Avx2Kernels() { return nullptr; }
+void Avx2PickRow(const BYTE* src, const PickTable& plan, BYTE* dst) { TablePickRow(src, plan, dst); }
 }  // namespace dravix::imaging::detail
 
 #endif

@@ -108,9 +108,11 @@ struct RowKernels {
   void (*resample_row)(const GeneralRow& row, BYTE* dst, const BYTE* dstEnd);
   // Optional (null: pick_strided and pick_plane do all picks). One strip of
   // a row through a column table; reads src[0 .. plan.readSpan) when
-  // plan.lanes > 0, else only the tabled bytes. Except for halving, every
-  // plane and strided pick then goes through tables.
+  // plan.lanes > 0, else only the tabled bytes. Plane picks at non-integral
+  // steps then go through tables, and so do strided picks other than
+  // halving when strided_tables is set.
   void (*pick_row)(const BYTE* src, const PickTable& plan, BYTE* dst);
+  bool strided_tables;
   bool pick_lanes;  // pick_row wants the vector form of the plan
   bool lerp_lanes;  // lerp_columns wants the byte-shuffle form of the plan
 };
@@ -122,6 +124,9 @@ const RowKernels* Avx512Kernels();
 const RowKernels* Avx2Kernels();
 // Null off x86-64.
 const RowKernels* Sse2Kernels();
+// The AVX2 table pick (RowKernels::pick_row), for other kernel sets whose
+// CPUs have AVX2.
+void Avx2PickRow(const BYTE* src, const PickTable& plan, BYTE* dst);
 
 // Scalar pieces the vector kernels fall back on.
 void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst,

@@ -82,7 +82,8 @@ void BlendRows(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1
 
 const RowKernels* Sse2Kernels() {
   static const RowKernels kernels{PickStrided,  ScalarPickPlane, BlendRows, ScalarLerpColumns,
-                                  ScalarResampleRow, TablePickRow, false,   false};
+                                  ScalarResampleRow, TablePickRow, true,    false,
+                                  false};
   return &kernels;
 }
 
