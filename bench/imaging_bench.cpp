@@ -1,16 +1,18 @@
 // Frame scaling against libyuv and libswscale, side by side in one run.
 //
-//   Y/<size>/dravix|libyuv|swscale    Y_downsample vs ScalePlane(kFilterNone)
-//                                     vs swscale SWS_POINT on GRAY8
+//   Y/<size>/<path>                   Y_downsample on one path: scalar, sse2,
+//                                     avx2, avx512 (those the CPU has) and
+//                                     chosen (the public function)
+//   Y/<size>/libyuv|swscale           ScalePlane(kFilterNone), swscale
+//                                     SWS_POINT on GRAY8
 //   UV/<size>/...                     UV_downsample on the half-size plane of
 //                                     a <size> picture, same baselines on
 //                                     that plane
-//   Y|UV/<size>/avx2                  the same on the AVX2 path, when the
-//                                     best path is another one
 //   Y|UV/<size>/ceiling               at an exact 2:1, the same loads and
 //                                     stores as the pick with no byte
-//                                     shuffle: what the caches allow
-//   RGB/<size>/dravix|libyuv|swscale  Resample vs libyuv RGBScale
+//                                     shuffle (widest vectors the CPU has):
+//                                     what the caches allow
+//   RGB/<size>/...                    Resample vs libyuv RGBScale
 //                                     (kFilterBilinear) vs swscale
 //                                     SWS_BILINEAR on RGB24
 //
@@ -18,9 +20,11 @@
 // buffers, so they all meet the same physical pages and cache sets. The
 // repetitions of all cases run in random order, so a neighbour's load on a
 // shared machine falls on every implementation alike. bytes_per_second
-// counts the source picture's bytes. After the runs a table gives each
-// baseline's fastest CPU time divided by ours (above 1: we are faster); the
-// last columns hold libyuv against the AVX2 path and the ceiling against us.
+// counts the source picture's bytes. After the runs, tables give from the
+// median CPU time of each implementation: libyuv's time divided by each
+// path's (above 1: we are faster), the ceiling's divided by each path's, and
+// how much the repetitions spread (largest coefficient of variation among
+// a case's implementations).
 #include "dravix/imaging/scale.h"
 #include "dravix/imaging/scale_paths.h"
 
@@ -117,13 +121,14 @@ void RunDravix(benchmark::State& state, const Case* c) {
   });
 }
 
-// The plane functions on the AVX2 path, as on a CPU without AVX-512.
-void RunDravixAvx2(benchmark::State& state, const Case* c) {
-  using dravix::imaging::ScalePath;
-  Measure(state, *c, [c] {
+// The functions on one path, as on a CPU whose best path it is.
+void RunPath(benchmark::State& state, const Case* c, dravix::imaging::ScalePath path) {
+  namespace im = dravix::imaging;
+  Measure(state, *c, [c, path] {
     const Size4& s = c->s;
-    if (c->kind == Kind::kY) dravix::imaging::YDownsampleOn(ScalePath::kAvx2, c->src.data, c->dst.data, s.sw, s.sh, s.dw, s.dh);
-    if (c->kind == Kind::kUV) dravix::imaging::UVDownsampleOn(ScalePath::kAvx2, c->src.data, c->dst.data, s.sw, s.sh, s.dw, s.dh);
+    if (c->kind == Kind::kY) im::YDownsampleOn(path, c->src.data, c->dst.data, s.sw, s.sh, s.dw, s.dh);
+    if (c->kind == Kind::kUV) im::UVDownsampleOn(path, c->src.data, c->dst.data, s.sw, s.sh, s.dw, s.dh);
+    if (c->kind == Kind::kRGB) im::ResampleOn(path, s.sw, s.sh, s.dw, s.dh, c->src.data, c->dst.data);
   });
 }
 
@@ -149,8 +154,31 @@ __attribute__((target("avx512f"))) void LoadStoreHalves(const uint8_t* src, uint
   }
 }
 
+// The same with 32-byte vectors, for CPUs without AVX-512.
+__attribute__((target("avx2"))) void LoadStoreHalves256(const uint8_t* src, uint8_t* dst,
+                                                         int srcWidth, int dstWidth,
+                                                         int dstHeight) {
+  for (int y = 0; y < dstHeight; ++y) {
+    const uint8_t* row = src + 2LL * y * srcWidth;
+    uint8_t* d = dst + static_cast<long long>(y) * dstWidth;
+    for (int i = 0; i < dstWidth; i += 32) {
+      const int at = std::min(i, dstWidth - 32);  // the last block ends at the row's end
+      const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + 2 * at));
+      const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(row + 2 * at + 32));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(d + at), _mm256_or_si256(a, b));
+    }
+  }
+}
+
 void RunCeiling(benchmark::State& state, const Case* c) {
-  Measure(state, *c, [c] { LoadStoreHalves(c->src.data, c->dst.data, c->p.sw, c->p.dw, c->p.dh); });
+  const bool wide = __builtin_cpu_supports("avx512f");
+  Measure(state, *c, [c, wide] {
+    if (wide) {
+      LoadStoreHalves(c->src.data, c->dst.data, c->p.sw, c->p.dw, c->p.dh);
+    } else {
+      LoadStoreHalves256(c->src.data, c->dst.data, c->p.sw, c->p.dw, c->p.dh);
+    }
+  });
 }
 #endif
 
@@ -184,67 +212,85 @@ void RunSwscale(benchmark::State& state, const Case* c) {
   sws_freeContext(ctx);
 }
 
-// Console output as usual, then a table of baseline time / our time.
+const char* const kOurs[] = {"scalar", "sse2", "avx2", "avx512", "chosen"};
+
+// Console output as usual, then tables of ratios of median times.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
-      if (r.error_occurred || r.run_type != Run::RT_Aggregate || r.aggregate_name != "min") continue;
+      if (r.error_occurred || r.run_type != Run::RT_Aggregate) continue;
       const std::string name = r.run_name.function_name;
       const size_t slash = name.rfind('/');
       const std::string impl = name.substr(slash + 1);
       const std::string cas = name.substr(0, slash);
-      if (times_.find(cas) == times_.end()) order_.push_back(cas);
-      times_[cas][impl] = r.GetAdjustedCPUTime();
+      if (std::find(order_.begin(), order_.end(), cas) == order_.end()) order_.push_back(cas);
+      if (r.aggregate_name == "median") times_[cas][impl] = r.GetAdjustedCPUTime();
+      // The coefficient of variation is held, as a fraction, in the
+      // accumulated time.
+      if (r.aggregate_name == "cv") spread_[cas] = std::max(spread_[cas], r.cpu_accumulated_time);
     }
     ConsoleReporter::ReportRuns(runs);
   }
   void Finalize() override {
     ConsoleReporter::Finalize();
-    std::printf("\n%-28s %12s %12s %12s %12s %12s\n", "case", "dravix", "libyuv/ours",
-                "swscale/ours", "libyuv/avx2", "ceiling/ours");
     std::sort(order_.begin(), order_.end());
-    for (const std::string& cas : order_) {
-      auto& t = times_[cas];
-      auto ratio = [&](const char* base, const char* ours) {
-        return t.count(ours) && t[ours] > 0 && t.count(base) ? t[base] / t[ours] : 0.0;
-      };
-      std::printf("%-28s %10.1fus %11.2fx %11.2fx %11.2fx %11.2fx\n", cas.c_str(),
-                  t.count("dravix") ? t["dravix"] : 0.0, ratio("libyuv", "dravix"),
-                  ratio("swscale", "dravix"), ratio("libyuv", "avx2"), ratio("ceiling", "dravix"));
-    }
+    Table("libyuv time / ours", "libyuv", "swscale/chosen");
+    Table("ceiling time / ours (2:1 planes)", "ceiling", nullptr);
   }
 
  private:
+  double Ratio(const std::string& cas, const char* base, const char* ours) {
+    auto& t = times_[cas];
+    return t.count(ours) && t[ours] > 0 && t.count(base) ? t[base] / t[ours] : 0.0;
+  }
+
+  void Table(const char* title, const char* base, const char* extra) {
+    std::printf("\n%s, median of the repetitions (- : path absent or no baseline)\n%-28s", title,
+                "case");
+    for (const char* ours : kOurs) std::printf(" %8s", ours);
+    if (extra != nullptr) std::printf(" %14s", extra);
+    std::printf(" %10s %8s\n", "chosen us", "max cv");
+    for (const std::string& cas : order_) {
+      if (times_[cas].count(base) == 0) continue;
+      std::printf("%-28s", cas.c_str());
+      for (const char* ours : kOurs) {
+        const double r = Ratio(cas, base, ours);
+        if (r > 0) {
+          std::printf(" %7.2fx", r);
+        } else {
+          std::printf(" %8s", "-");
+        }
+      }
+      if (extra != nullptr) std::printf(" %13.2fx", Ratio(cas, "swscale", "chosen"));
+      std::printf(" %10.1f %7.1f%%\n", times_[cas]["chosen"], 100.0 * spread_[cas]);
+    }
+  }
+
   std::vector<std::string> order_;
   std::map<std::string, std::map<std::string, double>> times_;
+  std::map<std::string, double> spread_;
 };
 
-// The machine may be shared: each case runs ten times and the ratios use
-// the fastest repetition of each implementation.
 void Tune(benchmark::internal::Benchmark* b) {
-  b->Unit(benchmark::kMicrosecond)
-      ->Repetitions(10)
-      ->MinTime(0.2)
-      ->ReportAggregatesOnly(true)
-      ->ComputeStatistics("min", [](const std::vector<double>& v) { return *std::min_element(v.begin(), v.end()); });
+  b->Unit(benchmark::kMicrosecond)->ReportAggregatesOnly(true);
 }
 
 std::vector<std::unique_ptr<Case>> cases;
 
 void Register(Kind kind, const char* prefix, const Size4& s) {
   using dravix::imaging::ScalePath;
-  using dravix::imaging::ScalePathAvailable;
   const Case* c = cases.emplace_back(std::make_unique<Case>(kind, s)).get();
   const std::string base = std::string(prefix) + "/" + s.Name() + "/";
-  Tune(benchmark::RegisterBenchmark((base + "dravix").c_str(), RunDravix, c));
-  if (kind != Kind::kRGB && ScalePathAvailable(ScalePath::kAvx2) &&
-      dravix::imaging::BestScalePath() != ScalePath::kAvx2) {
-    Tune(benchmark::RegisterBenchmark((base + "avx2").c_str(), RunDravixAvx2, c));
+  Tune(benchmark::RegisterBenchmark((base + "chosen").c_str(), RunDravix, c));
+  for (ScalePath path : {ScalePath::kScalar, ScalePath::kSse2, ScalePath::kAvx2, ScalePath::kAvx512}) {
+    if (!dravix::imaging::ScalePathAvailable(path)) continue;
+    Tune(benchmark::RegisterBenchmark((base + dravix::imaging::ScalePathName(path)).c_str(),
+                                      RunPath, c, path));
   }
   const bool halving = s.sw == 2 * s.dw && s.sh == 2 * s.dh && c->p.dw >= 64;
 #if defined(__x86_64__)
-  if (kind != Kind::kRGB && halving && ScalePathAvailable(ScalePath::kAvx512)) {
+  if (kind != Kind::kRGB && halving && __builtin_cpu_supports("avx2")) {
     Tune(benchmark::RegisterBenchmark((base + "ceiling").c_str(), RunCeiling, c));
   }
 #else
@@ -264,11 +310,14 @@ int main(int argc, char** argv) {
   for (const Size4& s : planeSizes) Register(Kind::kY, "Y", s);
   for (const Size4& s : planeSizes) Register(Kind::kUV, "UV", s);
   for (const Size4& s : rgbSizes) Register(Kind::kRGB, "RGB", s);
-  // Random interleaving unless the command line says otherwise (a later
+  // Random interleaving, and (the machine may be shared) ten repetitions of
+  // at least 0.2 s each, unless the command line says otherwise (a later
   // flag wins).
   std::vector<char*> args(argv, argv + argc);
   char interleave[] = "--benchmark_enable_random_interleaving=true";
-  args.insert(args.begin() + 1, interleave);
+  char repetitions[] = "--benchmark_repetitions=10";
+  char minTime[] = "--benchmark_min_time=0.2";
+  args.insert(args.begin() + 1, {interleave, repetitions, minTime});
   int n = static_cast<int>(args.size());
   benchmark::Initialize(&n, args.data());
   if (benchmark::ReportUnrecognizedArguments(n, args.data())) return 1;

@@ -8,9 +8,13 @@
 //
 //  - Planes with an integral horizontal step k: x * k and the row offset
 //    are exact in double, so a row is a strided pick (step 1 is a copy).
-//    Otherwise each index is evaluated as written, trunc(rowStart + x * step)
-//    in double: the sum can round up across an integer for some rows and not
-//    for others, so column offsets are not shared between rows.
+//    Otherwise each index is trunc(rowStart + x * step) in double: the sum
+//    can round up across an integer for some rows and not for others. Where
+//    x * step lies far enough below the next integer (farther than one unit
+//    in the last place of the largest sum) no row can round it across, and
+//    trunc(rowStart + x * step) = rowStart + trunc(x * step): those columns
+//    share one offset table for the whole call. The few columns that lie
+//    closer are evaluated as written on every row.
 //  - Resample with integral ratios: both weights are 0 and the formula is the
 //    pixel (x0, y0), a strided pick of three-byte pixels.
 //  - Resample with ratios that are multiples of 2^-F and 2^-G with F, G <= 7:
@@ -34,9 +38,8 @@
 
 namespace dravix::imaging {
 namespace detail {
-namespace {
 
-void PickStridedScalar(const StridedJob& job) {
+void ScalarPickStrided(const StridedJob& job) {
   const long long stride = static_cast<long long>(job.e) * job.k;
   for (int y = 0; y < job.rows; ++y) {
     const BYTE* row = job.src + static_cast<long long>(y * job.rowStep) * job.srcRowBytes;
@@ -48,11 +51,17 @@ void PickStridedScalar(const StridedJob& job) {
   }
 }
 
+namespace {
+
 void BlendRowsScalar(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1) {
   for (int i = 0; i < n; ++i) v[i] = static_cast<int16_t>(r0[i] * w0 + r1[i] * w1);
 }
 
 }  // namespace
+
+void TablePickRow(const BYTE* src, const PickTable& plan, BYTE* dst) {
+  for (int j = 0; j < plan.bytes; ++j) dst[j] = src[plan.offsets[j]];
+}
 
 void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE*, BYTE* dst, const BYTE*,
                      int n, double step) {
@@ -88,8 +97,9 @@ void ScalarResampleRow(const GeneralRow& r, BYTE* dst, const BYTE*) {
 }
 
 const RowKernels& ScalarKernels() {
-  static const RowKernels k{PickStridedScalar, ScalarPickPlane, BlendRowsScalar,
-                            ScalarLerpColumns, ScalarResampleRow};
+  static const RowKernels k{ScalarPickStrided, ScalarPickPlane,   BlendRowsScalar,
+                            ScalarLerpColumns, ScalarResampleRow, nullptr,
+                            false,             false,             false};
   return k;
 }
 
@@ -110,6 +120,8 @@ const RowKernels* AvailableKernels(ScalePath path) {
   switch (path) {
     case ScalePath::kScalar:
       return &detail::ScalarKernels();
+    case ScalePath::kSse2:
+      return detail::Sse2Kernels();
     case ScalePath::kAvx2:
       return detail::Avx2Kernels();
     case ScalePath::kAvx512:
@@ -123,6 +135,103 @@ const RowKernels& KernelsFor(ScalePath path) {
   return k != nullptr ? *k : detail::ScalarKernels();
 }
 
+using detail::PickTable;
+
+// Fills the vector form of a plan: 16-byte output lanes, the last one ending
+// at the strip's end (it rewrites some outputs of the one before with the
+// same bytes), each shuffled from as many 16-byte windows as the widest
+// lane needs. Offsets never decrease, so a lane's sources run from its first
+// output's offset to its last one's.
+void PlanLanes(PickTable* plan) {
+  plan->lanes = 0;
+  if (plan->bytes < 16) return;
+  int n = 0;
+  int widest = 0;
+  for (int start = 0; start < plan->bytes; start += 16) {
+    const int s = std::min(start, plan->bytes - 16);
+    plan->laneStart[n] = s;
+    plan->laneBase[n] = plan->offsets[s];
+    widest = std::max(widest, plan->offsets[s + 15] - plan->offsets[s] + 1);
+    ++n;
+  }
+  const int chunks = (widest + 15) / 16;
+  if (chunks > detail::kPickChunks) return;
+  if (n % 2 != 0) {  // pairs of lanes: repeat the last one
+    plan->laneStart[n] = plan->laneStart[n - 1];
+    plan->laneBase[n] = plan->laneBase[n - 1];
+    ++n;
+  }
+  long long span = 0;
+  for (int l = 0; l < n; ++l) {
+    for (int c = 0; c < chunks; ++c) {
+      uint8_t* m = plan->masks[l / 2][c] + 16 * (l % 2);
+      for (int j = 0; j < 16; ++j) {
+        const int rel = plan->offsets[plan->laneStart[l] + j] - plan->laneBase[l] - 16 * c;
+        m[j] = rel >= 0 && rel < 16 ? static_cast<uint8_t>(rel) : 0x80;
+      }
+    }
+    span = std::max<long long>(span, plan->laneBase[l] + 16LL * chunks);
+  }
+  plan->chunks = chunks;
+  plan->readSpan = span;
+  plan->lanes = n;
+}
+
+// A pick through column tables: destination row y (dstRowBytes apart, outBytes
+// long) takes, from source row trunc(y * rowStep), the bytes at
+// offset(j) for output byte j. `offset` returns false for a column that must
+// be evaluated per row as trunc(rowStart + x * hstep) (planes only).
+struct TableJob {
+  const BYTE* src;
+  const BYTE* srcEnd;
+  long long srcRowBytes;
+  double rowStep;
+  BYTE* dst;
+  long long dstRowBytes;
+  int rows;
+  int outBytes;
+  double hstep;
+};
+
+template <typename Offset>
+void PickThroughTables(const RowKernels& k, const TableJob& t, Offset offset) {
+  PickTable plan;
+  for (int first = 0; first < t.outBytes; first += detail::kPickBytes) {
+    plan.bytes = std::min(detail::kPickBytes, t.outBytes - first);
+    plan.fragileCount = 0;
+    long long firstSource = 0;
+    offset(first, &firstSource);
+    for (int j = 0; j < plan.bytes; ++j) {
+      long long o = 0;
+      if (!offset(first + j, &o)) plan.fragile[plan.fragileCount++] = static_cast<int16_t>(j);
+      plan.offsets[j] = static_cast<int32_t>(o - firstSource);
+    }
+    if (k.pick_lanes) {
+      PlanLanes(&plan);
+    } else {
+      plan.lanes = 0;
+    }
+    for (int y = 0; y < t.rows; ++y) {
+      const long long rowStart = static_cast<long long>(y * t.rowStep) * t.srcRowBytes;
+      const BYTE* s = t.src + rowStart + firstSource;
+      BYTE* d = t.dst + y * t.dstRowBytes + first;
+      if (plan.lanes > 0 && (s >= t.srcEnd || t.srcEnd - s < plan.readSpan)) {
+        detail::TablePickRow(s, plan, d);
+      } else {
+        k.pick_row(s, plan, d);
+      }
+      const double a = static_cast<double>(rowStart);
+      for (int f = 0; f < plan.fragileCount; ++f) {
+        const int x = first + plan.fragile[f];
+        d[plan.fragile[f]] = t.src[static_cast<long long>(a + x * t.hstep)];
+      }
+    }
+  }
+}
+
+// Table picks keep offsets within a strip in 32 bits with room to spare.
+constexpr double kTableSpanLimit = 1e9;
+
 // Nearest-sample decimation of one plane; sizes are those of the planes, the
 // steps those of the whole picture.
 void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long planeWidth,
@@ -135,6 +244,32 @@ void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long pl
                     kExactIndexLimit;
   const bool unit = hstep == 1.0 && !huge;
   const bool integral = hstep == std::floor(hstep) && hstep < 2147483647.0 && !huge;
+  const bool tabled = k.pick_row != nullptr && !unit && !huge && hstep != 2.0 &&
+                      (!integral || k.strided_tables) && outWidth * hstep < kTableSpanLimit;
+  if (tabled) {
+    const TableJob t{src, src + planeBytes, planeWidth, vstep, dst, outWidth, outHeight,
+                     outWidth, hstep};
+    if (integral) {
+      const long long k1 = static_cast<long long>(hstep);
+      PickThroughTables(k, t, [k1](int x, long long* o) {
+        *o = k1 * x;
+        return true;
+      });
+      return;
+    }
+    // The largest index sum of the call and one unit in its last place.
+    const double lastRow = std::floor((outHeight - 1) * vstep);
+    const double largest = lastRow * static_cast<double>(planeWidth) + outWidth * hstep + 1.0;
+    const double ulp = std::ldexp(1.0, std::ilogb(largest) - 52);
+    PickThroughTables(k, t, [hstep, ulp](int x, long long* o) {
+      const double p = x * hstep;
+      const double whole = std::floor(p);
+      *o = static_cast<long long>(whole);
+      const double frac = p - whole;
+      return frac == 0.0 || 1.0 - frac > ulp;
+    });
+    return;
+  }
   if (integral && !unit) {
     const StridedJob job{src,       src + planeBytes, planeWidth, vstep, dst,
                          outWidth,  outHeight,        outWidth,   1,     static_cast<int>(hstep)};
@@ -232,6 +367,17 @@ RowPlace PlaceRow(const ResampleGeometry& g, int j) {
 
 void ResamplePoint(const RowKernels& k, const ResampleGeometry& g) {
   const int step = static_cast<int>(g.hratio);
+  if (step != 1 && k.pick_row != nullptr && k.strided_tables &&
+      g.dstStride * g.hratio < kTableSpanLimit) {
+    const TableJob t{g.src, g.srcEnd, g.srcStride, g.vratio, g.dst, g.dstStride, g.dstHeight,
+                     static_cast<int>(g.dstStride), 0.0};
+    const long long pixel = 3LL * step;
+    PickThroughTables(k, t, [pixel](int j, long long* o) {
+      *o = j / 3 * pixel + j % 3;
+      return true;
+    });
+    return;
+  }
   if (step != 1) {
     const StridedJob job{g.src,  g.srcEnd,      g.srcStride, g.vratio, g.dst,
                          g.dstStride, g.dstHeight, g.dstWidth, 3,      step};
@@ -286,6 +432,38 @@ int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int sh
   return sx0;
 }
 
+// The byte-shuffle form of a strip's column plan: lane l holds the (x1, x0)
+// pairs of output bytes 4l .. 4l + 3, eight 16-bit entries that must lie
+// within 8 (one window) or 16 (two windows) entries of the smallest.
+void PlanLerpLanes(LerpColumns* cols) {
+  cols->laneCount = 0;
+  const int lanes = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock *
+                    (detail::kLerpBlock / 4);
+  int widest = 0;
+  for (int l = 0; l < lanes; ++l) {
+    const int16_t* p = cols->pairs + 8 * l;
+    const auto [lo, hi] = std::minmax_element(p, p + 8);
+    widest = std::max(widest, *hi - *lo + 1);
+  }
+  if (widest > 16) return;
+  for (int l = 0; l < lanes; ++l) {
+    const int16_t* p = cols->pairs + 8 * l;
+    const int16_t* lo = std::min_element(p, p + 8);
+    cols->laneBase[l] = 2 * *lo;
+    for (int half = 0; half < 2; ++half) {
+      uint8_t* m = cols->laneMasks[l / 2][half] + 16 * (l % 2);
+      for (int w = 0; w < 8; ++w) {
+        for (int b = 0; b < 2; ++b) {
+          const int rel = 2 * (p[w] - *lo) + b - 16 * half;
+          m[2 * w + b] = rel >= 0 && rel < 16 ? static_cast<uint8_t>(rel) : 0x80;
+        }
+      }
+    }
+  }
+  cols->laneChunks = widest <= 8 ? 1 : 2;
+  cols->laneCount = lanes;
+}
+
 void ResampleGeneral(const RowKernels& k, const ResampleGeometry& g) {
   for (int j = 0; j < g.dstHeight; ++j) {
     const RowPlace p = PlaceRow(g, j);
@@ -317,6 +495,7 @@ bool ResampleDyadic(const RowKernels& k, const ResampleGeometry& g, int hbits, i
     const int count = static_cast<int>(std::min<long long>(perStrip, g.dstWidth - first));
     int span = 0;
     const int sx0 = PlanStrip(g, first, count, hbits, hbits + vbits, &cols, &span);
+    if (k.lerp_lanes) PlanLerpLanes(&cols);
     for (int j = 0; j < g.dstHeight; ++j) {
       const RowPlace p = PlaceRow(g, j);
       const int wy = static_cast<int>(p.wy * vscale);
@@ -358,6 +537,7 @@ bool ScalePathAvailable(ScalePath path) { return AvailableKernels(path) != nullp
 ScalePath BestScalePath() {
   static const ScalePath best = ScalePathAvailable(ScalePath::kAvx512) ? ScalePath::kAvx512
                                 : ScalePathAvailable(ScalePath::kAvx2) ? ScalePath::kAvx2
+                                : ScalePathAvailable(ScalePath::kSse2) ? ScalePath::kSse2
                                                                         : ScalePath::kScalar;
   return best;
 }
@@ -366,6 +546,8 @@ const char* ScalePathName(ScalePath path) {
   switch (path) {
     case ScalePath::kScalar:
       return "scalar";
+    case ScalePath::kSse2:
+      return "sse2";
     case ScalePath::kAvx2:
       return "avx2";
     case ScalePath::kAvx512:

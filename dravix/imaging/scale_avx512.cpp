@@ -335,7 +335,10 @@ bool CpuHasAvx512() {
 }  // namespace
 
 const RowKernels* Avx512Kernels() {
-  static const RowKernels kernels{PickStrided, PickPlane, BlendRows, Lerp, ResampleRow};
+  // Byte permutes beat the AVX2 shuffles for strided picks, the AVX2 column
+  // tables beat per-block index arithmetic at non-integral steps.
+  static const RowKernels kernels{PickStrided, PickPlane, BlendRows, Lerp,  ResampleRow,
+                                  Avx2PickRow, false,     true,      false};
   static const bool available = CpuHasAvx512();
   return available ? &kernels : nullptr;
 }

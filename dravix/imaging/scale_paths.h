@@ -8,8 +8,9 @@
 namespace dravix::imaging {
 
 enum class ScalePath {
-  kScalar,  // plain C++, any x86-64 (and under valgrind)
-  kAvx2,    // AVX2 halving and vertical blend, scalar otherwise
+  kScalar,  // plain C++, the formulas evaluated per pixel
+  kSse2,    // any x86-64: SSE2 halving and blend, column tables computed once per call
+  kAvx2,    // AVX2 byte shuffles over the column tables, vector double Resample
   kAvx512,  // AVX-512 F/BW/VL/DQ + VBMI, chosen at run time when the CPU has it
 };
 

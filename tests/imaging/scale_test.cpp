@@ -63,6 +63,11 @@ std::vector<Size4> PlaneSizes() {
       {640, 480, 320, 240},  {1280, 720, 704, 396}, {1920, 1080, 640, 360}, {704, 576, 352, 288},
       {1920, 1080, 960, 540}, {101, 77, 37, 19},    {1, 1, 1, 1},           {333, 1, 111, 1},
       {50, 50, 50, 50},      {1000, 10, 7, 3},      {1000, 40, 130, 20},    {1000, 40, 300, 20},
+      // Steps whose 16-output vector lanes need 1 to 4 source windows and,
+      // at 4.2, more (those lanes fall back to the table); a last row read
+      // right to the end of the picture; one column; strips of columns.
+      {1000, 40, 900, 20},    {1000, 40, 400, 20},  {1000, 40, 286, 20},    {1000, 40, 238, 20},
+      {1000, 20, 286, 20},    {1, 500, 1, 250},     {1, 9, 1, 9},           {9000, 3, 4100, 3},
       {997, 13, 996, 12},    {4101, 3, 2049, 2},    {3, 1000, 3, 17},       {4000, 2200, 2200, 1210},
       {1920, 1080, 1440, 810}, {8000, 4, 63, 2},    {640, 480, 639, 479},   {257, 9, 128, 4},
       {200, 60, 194, 50},    {204, 30, 168, 20},    {2040, 300, 1680, 200},
@@ -87,7 +92,11 @@ std::vector<Size4> ResampleSizes() {
       {1440, 1080, 640, 480}, {300, 200, 300, 200},  {5000, 10, 2500, 5},   {5000, 4, 4999, 3},
       {6000, 4, 700, 2},      {4000, 4, 7000, 3},    {1024, 4, 4096, 3},    {4096, 2, 256, 2},
       {6000, 3, 40, 3},       {2000, 3, 13, 3},      {2, 1, 4099, 2},       {720, 576, 1920, 1080},
-      {37, 41, 148, 82},      {100, 3, 1, 1}};
+      {37, 41, 148, 82},      {100, 3, 1, 1},
+      // One column or one row, reduced and enlarged; picks of whole pixels
+      // at steps 3 and 5; a dyadic reduction too wide for the vector lanes.
+      {1, 300, 1, 97},        {1, 50, 3, 200},       {300, 1, 97, 1},       {50, 1, 200, 3},
+      {1920, 9, 640, 3},      {705, 7, 141, 7},      {1400, 4, 400, 3},     {703, 5, 1401, 9}};
   std::mt19937 gen(7);
   for (int n = 0; n < 150; ++n) {
     s.push_back({int(gen() % 40) + 1, int(gen() % 30) + 1, int(gen() % 80) + 1, int(gen() % 60) + 1});
@@ -191,7 +200,8 @@ TEST_P(ScaleOnPath, ResampleWeightsComeFromSinglePrecisionRatios) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, ScaleOnPath,
-                         ::testing::Values(ScalePath::kScalar, ScalePath::kAvx2, ScalePath::kAvx512),
+                         ::testing::Values(ScalePath::kScalar, ScalePath::kSse2, ScalePath::kAvx2,
+                                           ScalePath::kAvx512),
                          [](const auto& info) { return std::string(dravix::imaging::ScalePathName(info.param)); });
 
 TEST(Scale, YDownsampleByTwoTakesEverySecondByteOfEverySecondRow) {
