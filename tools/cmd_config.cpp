@@ -5,6 +5,7 @@
 #include "dravix/config/optionkeys.h"
 #include "dravix/config/xmldoc.h"
 #include "tools/command.h"
+#include "tools/edit.h"
 #include "tools/table.h"
 
 #include <nlohmann/json.hpp>
@@ -13,6 +14,8 @@
 #include <cstdio>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <string_view>
 
 namespace dravix::cli {
 namespace {
@@ -23,7 +26,7 @@ constexpr const char* kPathHelp =
     "  General/SiteName                          Camera/Camera3/DsRecord/FrameRate\n"
     "  Camera/Camera0/DsAction/DsPagerComPort    Player/dsTalk/CurVolume\n"
     "Cameras are Camera0..Camera15. `dravix config show` lists every path with its value;\n"
-    "a missing document is created with every default first.\n";
+    "a missing document shows the defaults; `set` creates it.\n";
 
 struct Options {
   std::string section;
@@ -36,10 +39,28 @@ Options& Opts() {
   return o;
 }
 
-std::unique_ptr<tagDSZEPLODVROPTION> Load() {
+std::string DocumentFile() { return ZXMLMGR::Instance()->GetFilename(); }
+
+// The settings of the document's bytes (the defaults when there are none).
+// An existing document that does not parse is a failure, never replaced.
+std::unique_ptr<tagDSZEPLODVROPTION> Parse(ZXMLMGR& doc, const std::optional<std::string>& bytes) {
   auto o = std::make_unique<tagDSZEPLODVROPTION>();
-  ZXMLMGR::Instance()->LoadOption(*o);
+  const std::string_view data = bytes ? std::string_view(*bytes) : std::string_view();
+  doc.LoadOptionFromBuffer(data.data(), data.size(), *o);
+  if (bytes && doc.LastLoadParsed() != 1) {
+    throw Failure(DocumentFile() + " is not an option document: " + doc.LastLoadError() +
+                  " (left as it is; `dravix config reset` replaces it, keeping a copy)");
+  }
   return o;
+}
+
+// The settings as they are on disk, read without writing anything: a
+// missing document shows the defaults and says so.
+std::unique_ptr<tagDSZEPLODVROPTION> Load() {
+  const std::optional<std::string> bytes = ReadIfExists(DocumentFile());
+  if (!bytes) std::cerr << "dravix: " << DocumentFile() << " does not exist yet; these are the defaults\n";
+  ZXMLMGR doc;
+  return Parse(doc, bytes);
 }
 
 // Whether `path` lies in `section` (a leading part of paths, whole steps).
@@ -136,7 +157,11 @@ int Get() {
 }
 
 int Set() {
-  auto o = Load();
+  // Read, change and save under the folder's edit lock, so that two edits
+  // at once both land.
+  FileEdit edit(DocumentFile());
+  ZXMLMGR doc;
+  auto o = Parse(doc, edit.Read());
   std::string error;
   switch (config::SetOptionKey(*o, Opts().path, Opts().value, &error)) {
     case config::SetKeyResult::kUnknownPath:
@@ -146,29 +171,37 @@ int Set() {
     case config::SetKeyResult::kSet:
       break;
   }
-  ZXMLMGR* doc = ZXMLMGR::Instance();
-  if (doc->SaveOption(*o, 0) != 1) throw Failure("cannot write " + doc->GetFilename());
+  std::string bytes;
+  doc.SaveOptionToBuffer(*o, 0, bytes);
+  SaveOrFail(edit.file(), bytes, 0644);
   // Read it back the way any other program would.
-  auto back = std::make_unique<tagDSZEPLODVROPTION>();
   ZXMLMGR fresh;
-  fresh.LoadOption(*back);
+  const auto back = Parse(fresh, ReadIfExists(edit.file()));
   const auto before = config::ListOptionKeys(*o);
   const auto after = config::ListOptionKeys(*back);
   const config::OptionKey* want = Find(before, Opts().path);
   const config::OptionKey* got = Find(after, Opts().path);
   if (want == nullptr || got == nullptr || want->value != got->value)
-    throw Failure(doc->GetFilename() + " did not keep " + Opts().path +
+    throw Failure(edit.file() + " did not keep " + Opts().path +
                   " (is its root element something other than ZeploXML?)");
   std::cout << want->path << " = " << want->value << "\n";
   return kExitOk;
 }
 
 int Reset() {
-  ZXMLMGR* doc = ZXMLMGR::Instance();
-  const std::string file = doc->GetFilename();
-  if (std::remove(file.c_str()) != 0 && errno != ENOENT) throw Failure("cannot remove " + file);
-  Load();
-  std::cout << "wrote the default option document to " << file << "\n";
+  FileEdit edit(DocumentFile());
+  const std::string& file = edit.file();
+  std::string kept;
+  if (ReadIfExists(file)) {
+    if (!config::KeepUnreadableDocument(file)) throw Failure("cannot keep a copy of " + file + "; not reset");
+    kept = " (the old one is kept as " + file + ".bad)";
+  }
+  ZXMLMGR doc;
+  const auto defaults = Parse(doc, std::nullopt);
+  std::string bytes;
+  doc.SaveOptionToBuffer(*defaults, 0, bytes);
+  SaveOrFail(file, bytes, 0644);
+  std::cout << "wrote the default option document to " << file << kept << "\n";
   return kExitOk;
 }
 

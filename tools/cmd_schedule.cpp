@@ -12,7 +12,10 @@
 #include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
 #include "dravix/schedule/zschedulemanager.h"
+#include "dravix/platform/file_io.h"
+#include "dravix/schedule/schedule_file.h"
 #include "tools/command.h"
+#include "tools/edit.h"
 #include "tools/table.h"
 #include "tools/time_arg.h"
 
@@ -262,14 +265,22 @@ int Post() {
 // Applies an edit through the settings-page calls and saves the file.
 template <typename Edit>
 void Change(Edit edit) {
+  // Read, change and save under the folder's edit lock, so that two edits
+  // at once both land; the manager reads the file only once the lock is held.
+  const FileEdit lock(GetModulePath() + schedule::kScheduleFileName);
+  lock.Read();  // a file that exists but cannot be read stops here, named with its reason
   ZScheduleManager* m = ZScheduleManager::Instance();
   if (!m->LoadError().empty()) throw Failure(m->LoadError() + " (not changed)");
   auto s = std::make_unique<Snapshot>();
   m->LoadSchedule(s->cams, s->lists);
   edit(*s);
   m->SaveSchedule(s->cams, s->lists);
-  if (!m->Save())
-    throw Failure("could not write " + GetModulePath() + "Schedule.zmi (less than 30 MB free, or not writable)");
+  platform::SetLastFileError(0);
+  if (!m->Save()) {
+    const int err = platform::LastFileError();
+    throw Failure("could not write " + lock.file() + ": " +
+                  (err != 0 ? platform::FileErrorText(err) : "less than 30 MB free on its disk"));
+  }
 }
 
 int Enable() {

@@ -8,12 +8,17 @@
 #include "dravix/platform/secret_input.h"
 #include "dravix/users/iaccountmgr.h"
 #include "dravix/users/password_digest.h"
+#include "dravix/platform/file_io.h"
 #include "tools/command.h"
+#include "tools/edit.h"
 #include "tools/table.h"
 
 #include <nlohmann/json.hpp>
 
+#include <cstring>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <string>
 
 namespace dravix::cli {
@@ -26,6 +31,7 @@ struct Options {
   bool passwordStdin = false;
   bool newPassword = false;
   bool descriptionSet = false;
+  bool force = false;
 };
 
 Options& Opts() {
@@ -33,14 +39,59 @@ Options& Opts() {
   return o;
 }
 
-// The manager, after making sure a missing file can get its default
-// account (its name comes from the language database).
-IAccountMgr* Accounts() {
-  const std::string file = GetModulePath() + users::kUserFileName;
-  if (!FileExists(file.c_str()) && users::AccountString(lang::kDefaultUserName).empty())
-    throw Failure("no " + file + " yet, and no language database in " + GetModulePath() +
+std::string UserFile() { return GetModulePath() + users::kUserFileName; }
+
+// Fails when nothing can name the default account of a folder without
+// "User.zmi" (its name comes from the language database).
+void NeedDefaultNames() {
+  if (users::AccountString(lang::kDefaultUserName).empty())
+    throw Failure("no " + UserFile() + " yet, and no language database in " + GetModulePath() +
                   " to name the default account: run `dravix lang install --home " + GetModulePath() + "` first");
+}
+
+// The accounts as they are on disk, read without writing anything: a
+// folder without "User.zmi" shows the default account and says so. An
+// existing file that cannot be read is a failure.
+CUserArray ReadAccounts() {
+  const std::optional<std::string> bytes = ReadIfExists(UserFile());
+  if (bytes) return users::ParseUserFile(bytes->data(), bytes->size());
+  NeedDefaultNames();
+  std::cerr << "dravix: " << UserFile() << " does not exist yet; this is the default account\n";
+  return users::DefaultUserList();
+}
+
+// The manager for an edit: the folder's edit lock is held from here to the
+// end of the command, and a file that exists but cannot be read stops the
+// edit before anything is written.
+IAccountMgr* EditAccounts() {
+  static std::unique_ptr<FileEdit> edit;
+  edit = std::make_unique<FileEdit>(UserFile());
+  if (!edit->Read()) NeedDefaultNames();
   return IAccountMgr::Instance();
+}
+
+// Refuses a change that leaves no account of privilege 0, which alone may
+// manage the others, unless --force.
+void KeepAnAdministrator(const CUserArray& list) {
+  if (Opts().force) return;
+  for (const tagDSADDUSER& u : list)
+    if (u.szName[0] != '\0' && users::PrivilegeLevel(users::FieldText(u.szPrivilegeLeve)) == 0) return;
+  throw Failure("this would leave no account of privilege 0 to manage the others; nothing changed (--force to do it)");
+}
+
+// Saves `list` and checks that the file now holds it.
+void SaveAccounts(IAccountMgr* m, CUserArray& list) {
+  platform::SetLastFileError(0);
+  m->Save(list);
+  CUserArray want;
+  m->Load(want);
+  const std::optional<std::string> bytes = ReadIfExists(UserFile());
+  const bool saved = bytes && bytes->size() == want.size() * sizeof(tagDSADDUSER) &&
+                     std::memcmp(bytes->data(), want.data(), bytes->size()) == 0;
+  if (!saved) {
+    const int err = platform::LastFileError();
+    throw Failure(UserFile() + " was not saved" + (err != 0 ? ": " + platform::FileErrorText(err) : std::string()));
+  }
 }
 
 std::string PrivilegeName(UINT level) { return users::AccountString(lang::kPrivilegeNameBase + level); }
@@ -110,8 +161,7 @@ nlohmann::ordered_json JsonText(std::string_view text) {
 }
 
 int List() {
-  CUserArray list;
-  Accounts()->Load(list);
+  const CUserArray list = ReadAccounts();
   if (Globals().json) {
     auto out = nlohmann::ordered_json::array();
     for (const tagDSADDUSER& u : list) {
@@ -139,7 +189,7 @@ int List() {
 int Add() {
   const Options& o = Opts();
   CheckName(o.name);
-  IAccountMgr* m = Accounts();
+  IAccountMgr* m = EditAccounts();
   tagDSADDUSER u{};
   users::SetField(u.szName, o.name);
   users::SetField(u.szPrivilegeLeve, ParsePrivilege(o.privilege.empty() ? "3" : o.privilege));
@@ -149,7 +199,7 @@ int Add() {
   if (m->SearchUser(u, list) >= 0) throw Failure("an account named \"" + o.name + "\" exists already (names ignore case)");
   users::SetField(u.szPasswords, StoredPassword(ReadPassword("Password for " + o.name, true)));
   m->Add(u, list);
-  m->Save(list);
+  SaveAccounts(m, list);
   std::cout << "added " << o.name << " (privilege " << users::FieldText(u.szPrivilegeLeve) << ")\n";
   return kExitOk;
 }
@@ -158,7 +208,7 @@ int Modify() {
   const Options& o = Opts();
   if (o.privilege.empty() && !o.descriptionSet && !o.newPassword && !o.passwordStdin)
     throw UsageError("nothing to change: give --privilege, --description or --password");
-  IAccountMgr* m = Accounts();
+  IAccountMgr* m = EditAccounts();
   CUserArray list;
   m->Load(list);
   LONG index = 0;
@@ -168,25 +218,28 @@ int Modify() {
   if (o.newPassword || o.passwordStdin)
     users::SetField(u.szPasswords, StoredPassword(ReadPassword("New password for " + o.name, true)));
   m->Modify(u, list, index);
-  m->Save(list);
+  KeepAnAdministrator(list);
+  SaveAccounts(m, list);
   std::cout << "modified " << users::FieldText(u.szName) << "\n";
   return kExitOk;
 }
 
 int Delete() {
-  IAccountMgr* m = Accounts();
+  IAccountMgr* m = EditAccounts();
   CUserArray list;
   m->Load(list);
   LONG index = 0;
   const tagDSADDUSER u = Find(m, list, &index);
   if (!m->Delete(u, list)) throw Failure("\"" + Opts().name + "\" is the default account, which cannot be deleted");
-  m->Save(list);
+  KeepAnAdministrator(list);
+  SaveAccounts(m, list);
   std::cout << "deleted " << users::FieldText(u.szName) << "\n";
   return kExitOk;
 }
 
 int Check() {
-  IAccountMgr* m = Accounts();
+  ReadAccounts();  // a file that cannot be read is a failure, not an empty list
+  IAccountMgr* m = IAccountMgr::Instance();
   const std::string pw = ReadPassword("Password for " + Opts().name, false);
   UINT level = 0;
   if (!m->CheckUserIsExist(Opts().name.c_str(), pw.c_str(), level)) {
@@ -218,9 +271,11 @@ void Register(CLI::App& app) {
   });
   modify->add_flag("--password", o.newPassword, "set a new password (asked for)");
   modify->add_flag("--password-stdin", o.passwordStdin, "set a new password read from standard input");
+  modify->add_flag("--force", o.force, "allow leaving no account of privilege 0");
 
   CLI::App* del = AddCommand(users, "delete", "delete an account (never the default one)", Delete);
   del->add_option("NAME", o.name, "user name (any letter case)")->required();
+  del->add_flag("--force", o.force, "allow leaving no account of privilege 0");
 
   CLI::App* check = AddCommand(users, "check", "check a log-in; prints the privilege level", Check);
   check->add_option("NAME", o.name, "user name (exact letter case)")->required();

@@ -24,6 +24,7 @@
 // deep, and no walk recurses, so a load stays linear in the file's size.
 #include "dravix/config/xmldoc.h"
 
+#include "dravix/base/notice.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/optiontext.h"
 #include "dravix/config/option_visitor.h"
@@ -501,6 +502,7 @@ struct ZXMLMGR::Document {
   ChildFinder finder;
   bool loaded = false;
   bool parsed = false;
+  std::string loadError;  // why the last load did not parse, "" when it did
   bool defaultsFilled = false;
   tagDSZEPLODVROPTION sections{};  // each section's private copy of its part
   StringWriter out;                // the serialised document
@@ -560,8 +562,16 @@ struct ZXMLMGR::Document {
         data, size, pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
     if (r) MakeTreeWritable(dom);
     parsed = static_cast<bool>(r) && RootCount() == 1;
+    loadError = ParseError(r);
     if (!parsed) BuildDefault();
     loaded = true;
+  }
+
+  // Why a parse result does not make a document, or "" when it does.
+  std::string ParseError(const pugi::xml_parse_result& r) const {
+    if (!r) return std::string(r.description()) + " at byte " + std::to_string(r.offset);
+    if (RootCount() != 1) return "not one top-level element but " + std::to_string(RootCount());
+    return "";
   }
 
   // Reads the file into the tree; a missing or unparsable file is replaced
@@ -571,14 +581,23 @@ struct ZXMLMGR::Document {
     finder.Clear();
     // Only a regular file goes to pugixml: it would wait for ever on a FIFO
     // and take a folder's size for a buffer to allocate.
-    const bool regular = dravix::platform::CheckRegularFile(path);
+    bool missing = false;
+    std::string why;
+    const bool regular = dravix::platform::CheckRegularFile(path, &why, &missing);
     constexpr unsigned kParse = pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single;
     const pugi::xml_parse_result r = regular ? dom.load_file(path.c_str(), kParse) : pugi::xml_parse_result{};
     if (r) MakeTreeWritable(dom);  // before the root is counted: it may go
     // pugixml also takes a fragment with several top-level elements; a
     // document has exactly one.
     parsed = regular && static_cast<bool>(r) && RootCount() == 1;
+    loadError = regular ? ParseError(r) : why;
     if (!parsed) {
+      // What cannot be read is kept beside the new default document, never
+      // just replaced.
+      if (!missing && KeepUnreadableDocument(path)) {
+        dravix::base::Notice("DVROPTION: " + path + " could not be read (" + loadError +
+                             "); kept as " + path + ".bad and replaced by the default document\r\n");
+      }
       BuildDefault();
       Save(path);
     }
@@ -671,3 +690,14 @@ int ZXMLMGR::LoadBackupOption(tagDSZEPLODVROPTION& option) {
 }
 
 int ZXMLMGR::LastLoadParsed() const { return doc_->parsed ? 1 : 0; }
+
+const std::string& ZXMLMGR::LastLoadError() const { return doc_->loadError; }
+
+bool dravix::config::KeepUnreadableDocument(const std::string& path) {
+  // path.bad is the newest kept copy, then path.bad.1 and path.bad.2; the
+  // oldest of three goes when a fourth comes.
+  const std::string bad = path + ".bad";
+  std::rename((bad + ".1").c_str(), (bad + ".2").c_str());
+  std::rename(bad.c_str(), (bad + ".1").c_str());
+  return std::rename(path.c_str(), bad.c_str()) == 0;
+}

@@ -40,7 +40,9 @@ class ZXMLMGR {
   std::string GetFilename() const;
 
   // Loads the file, or builds and saves the default document when it is
-  // missing or cannot be parsed, then fills every section part of `option`
+  // missing or cannot be parsed (an existing file that cannot be read or
+  // parsed is first kept beside it, see KeepUnreadableDocument, and the
+  // general log says so), then fills every section part of `option`
   // (the format version and the device extension table are left alone).
   // Returns 1.
   int LoadOption(tagDSZEPLODVROPTION& option);
@@ -69,9 +71,19 @@ class ZXMLMGR {
   // What the last load found: 1 when the file was parsed, 0 when the
   // default document replaced it.
   int LastLoadParsed() const;
+  // Why the last load did not parse ("" when it did): the parser's message
+  // with the byte offset, or why the file could not be read.
+  const std::string& LastLoadError() const;
 
  private:
   struct Document;
   std::unique_ptr<Document> doc_;
   std::string filename_;
 };
+
+namespace dravix::config {
+// Moves an option document that cannot be read aside before it is replaced:
+// to path + ".bad", the previous kept copies going to ".bad.1" and ".bad.2"
+// (the last three are kept). False when the move failed.
+bool KeepUnreadableDocument(const std::string& path);
+}  // namespace dravix::config

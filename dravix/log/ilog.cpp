@@ -1,5 +1,7 @@
 #include "dravix/log/ilog.h"
 
+#include "dravix/base/notice.h"
+
 #include <mutex>
 
 namespace {
@@ -12,6 +14,10 @@ T* Single(std::unique_ptr<T>& slot, std::once_flag& once, T* (*make)()) {
 }
 
 std::once_flag g_log_once, g_schedule_once, g_live_once, g_recycle_once;
+
+// The general log takes the notices of the floors below it.
+[[maybe_unused]] const bool g_notices = (dravix::base::SetNoticeSink([](const std::string& line) { ILog::Instance()->Write(line.c_str()); }),
+                        true);
 
 }  // namespace
 

@@ -78,14 +78,16 @@ BOOL IAccountMgr::InitUser() {
 }
 
 void IAccountMgr::InitNotExist() {
-  tagDSADDUSER u{};
-  dravix::users::SetField(u.szName, dravix::users::AccountString(dravix::lang::kDefaultUserName));
-  dravix::users::SetField(u.szPrivilegeLeve, dravix::users::AccountString(dravix::lang::kPrivilegeNameBase));
-  const UINT level = CheckPriority(u.szPrivilegeLeve);
-  dravix::users::SetField(u.szPrivilegeLeve, std::to_string(level));
-  dravix::users::SetField(u.szDescriptin, dravix::users::AccountString(dravix::lang::kDefaultUserDescription));
-  m_users.push_back(u);
+  m_users = dravix::users::DefaultUserList();
   WriteFile();
+}
+
+CUserArray dravix::users::DefaultUserList() {
+  tagDSADDUSER u{};
+  SetField(u.szName, AccountString(dravix::lang::kDefaultUserName));
+  SetField(u.szPrivilegeLeve, std::to_string(PrivilegeLevel(AccountString(dravix::lang::kPrivilegeNameBase))));
+  SetField(u.szDescriptin, AccountString(dravix::lang::kDefaultUserDescription));
+  return CUserArray{u};
 }
 
 BOOL IAccountMgr::WriteFile() {

@@ -85,6 +85,10 @@ namespace dravix::users {
 inline constexpr const char* kUserFileName = "User.zmi";
 inline constexpr unsigned kUserFileMode = 0600;
 
+// The accounts of a program folder without "User.zmi": the default
+// administrator, named from the language strings.
+CUserArray DefaultUserList();
+
 // The records of a user file's bytes: one per started 356 bytes, the last
 // zero-filled when short.
 CUserArray ParseUserFile(const void* data, size_t size);

@@ -1,0 +1,147 @@
+// Edits of the program folder's files lose nothing: two edits at once both
+// land, a file that exists but cannot be read or parsed is never replaced
+// by defaults, a save that cannot happen is a failure with its reason, and
+// read-only commands leave the folder as they found it.
+#include "tests/support/run_program.h"
+#include "tests/support/test_home.h"
+
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <map>
+#include <thread>
+
+namespace dravix::test {
+namespace {
+
+class Edits : public TestHome {
+ protected:
+  void SetUp() override {
+    TestHome::SetUp();
+    odbc_ = MakeTempFolder("dravix-edit-odbc-");
+    // Reachable by an unprivileged user for the permission cases.
+    ::chmod(home().c_str(), 0755);
+    ::chmod(odbc_.c_str(), 0777);
+    options_.env = {{"ODBCINI", odbc_ + "odbc.ini"}};
+  }
+  void TearDown() override {
+    RemoveTree(odbc_);
+    TestHome::TearDown();
+  }
+  ProgramResult Run(std::vector<std::string> args, const std::string& input = "") {
+    args.insert(args.end(), {"--home", home()});
+    ProgramOptions o = options_;
+    o.input = input;
+    return RunDravix(args, o);
+  }
+  // Every file of the folder with its bytes.
+  std::map<std::string, std::string> Snapshot() const {
+    std::map<std::string, std::string> files;
+    for (const auto& e : std::filesystem::directory_iterator(home()))
+      files[e.path().filename().string()] = ReadFile(e.path().string());
+    return files;
+  }
+
+  std::string odbc_;
+  ProgramOptions options_;
+};
+
+TEST_F(Edits, TwoEditsAtOnceBothLand) {
+  ASSERT_EQ(Run({"config", "set", "General/SiteName", "start"}).status, 0);
+  for (int round = 0; round < 20; ++round) {
+    const std::string a = std::to_string(round + 1), b = std::to_string(round + 2);
+    const std::string nameA = "a" + std::to_string(round), nameB = "b" + std::to_string(round);
+    const std::vector<std::vector<std::string>> first = {
+        {"config", "set", "Camera/Camera1/DsRecord/FrameRate", a},
+        {"schedule", "add-task", std::to_string(round % 16), "00:00", "01:00"},
+        {"users", "add", nameA, "--password-stdin"}};
+    const std::vector<std::vector<std::string>> second = {
+        {"config", "set", "Camera/Camera2/DsRecord/FrameRate", b},
+        {"schedule", "enable", std::to_string(round % 16)},
+        {"users", "add", nameB, "--password-stdin"}};
+    for (size_t i = 0; i < first.size(); ++i) {
+      ProgramResult ra, rb;
+      std::thread t([&] { ra = Run(first[i], "pw\n"); });
+      rb = Run(second[i], "pw\n");
+      t.join();
+      ASSERT_EQ(ra.status, 0) << first[i][0] << " " << ra.err;
+      ASSERT_EQ(rb.status, 0) << second[i][0] << " " << rb.err;
+    }
+    EXPECT_EQ(Run({"config", "get", "Camera/Camera1/DsRecord/FrameRate"}).out, a + "\n") << round;
+    EXPECT_EQ(Run({"config", "get", "Camera/Camera2/DsRecord/FrameRate"}).out, b + "\n") << round;
+    const ProgramResult camera = Run({"schedule", "show", std::to_string(round % 16)});
+    EXPECT_NE(camera.out.find(": enabled"), std::string::npos) << round << camera.out;
+    EXPECT_NE(camera.out.find("00:00:00"), std::string::npos) << round << camera.out;
+    const ProgramResult accounts = Run({"users", "list"});
+    EXPECT_NE(accounts.out.find(nameA), std::string::npos) << round;
+    EXPECT_NE(accounts.out.find(nameB), std::string::npos) << round;
+  }
+}
+
+TEST_F(Edits, ATornDocumentIsRefusedAndKept) {
+  const std::string torn = "<?xml version=\"1.0\"?>\n<f:ZeploXML xmlns:f=\"http://www.zeplo.com/ZeploXML\"><General><Si";
+  WriteFile("DVROPTION.XML", torn);
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"config", "get", "General/SiteName"}, {"config", "show"}, {"config", "set", "General/SiteName", "x"}}) {
+    const ProgramResult r = Run(args);
+    EXPECT_EQ(r.status, 1) << args[1];
+    EXPECT_NE(r.err.find("at byte"), std::string::npos) << r.err;
+    EXPECT_EQ(ReadFile(Path("DVROPTION.XML")), torn) << args[1];
+  }
+  // Only reset replaces it, keeping the old bytes beside it.
+  ASSERT_EQ(Run({"config", "reset"}).status, 0);
+  EXPECT_EQ(ReadFile(Path("DVROPTION.XML.bad")), torn);
+  EXPECT_EQ(Run({"config", "get", "General/SiteName"}).status, 0);
+}
+
+TEST_F(Edits, ReadOnlyCommandsWriteNothing) {
+  const std::vector<std::vector<std::string>> commands = {
+      {"users", "list"}, {"config", "show", "General"}, {"config", "get", "General/SiteName"},
+      {"schedule", "show"}, {"schedule", "show", "3"}, {"switches"}};
+  for (const bool filled : {false, true}) {
+    if (filled) {
+      ASSERT_EQ(Run({"config", "set", "General/SiteName", "x"}).status, 0);
+      ASSERT_EQ(Run({"users", "add", "zed", "--password-stdin"}, "pw\n").status, 0);
+      ASSERT_EQ(Run({"schedule", "enable", "3"}).status, 0);
+    }
+    const auto before = Snapshot();
+    for (const auto& args : commands) {
+      const ProgramResult r = Run(args);
+      EXPECT_EQ(r.status, 0) << args[0] << " " << r.err;
+      EXPECT_EQ(Snapshot(), before) << args[0] << " " << (args.size() > 1 ? args[1] : "") << " wrote";
+    }
+  }
+}
+
+TEST_F(Edits, WhatCannotBeReadOrWrittenIsAFailureAndLosesNothing) {
+  if (!CanRunAs("nobody")) GTEST_SKIP() << "needs root to run commands as the user nobody";
+  ProgramOptions asNobody = options_;
+  asNobody.user = "nobody";
+  asNobody.input = "pw\n";
+  // A file the user cannot read: never taken for an empty or default one.
+  ASSERT_EQ(Run({"users", "add", "zed", "--password-stdin"}, "pw\n").status, 0);
+  ASSERT_EQ(Run({"config", "set", "General/SiteName", "mine"}).status, 0);
+  const auto before = Snapshot();
+  for (const char* name : {"User.zmi", "DVROPTION.XML"}) ::chmod(Path(name).c_str(), 0600);
+  const ProgramResult add = RunDravix({"users", "add", "eve", "--password-stdin", "--home", home()}, asNobody);
+  EXPECT_EQ(add.status, 1);
+  EXPECT_NE(add.err.find("Permission denied"), std::string::npos) << add.err;
+  const ProgramResult get = RunDravix({"config", "get", "General/SiteName", "--home", home()}, asNobody);
+  EXPECT_EQ(get.status, 1);
+  EXPECT_NE(get.err.find("Permission denied"), std::string::npos) << get.err;
+  EXPECT_EQ(Snapshot(), before);
+
+  // A folder the user cannot write: the save fails with its reason.
+  for (const char* name : {"User.zmi", "DVROPTION.XML"}) ::chmod(Path(name).c_str(), 0644);
+  ::chmod(home().c_str(), 0555);
+  const ProgramResult set = RunDravix({"config", "set", "General/SiteName", "theirs", "--home", home()}, asNobody);
+  ::chmod(home().c_str(), 0755);
+  EXPECT_EQ(set.status, 1);
+  EXPECT_NE(set.err.find("Permission denied"), std::string::npos) << set.err;
+  EXPECT_EQ(Snapshot(), before);
+}
+
+}  // namespace
+}  // namespace dravix::test
