@@ -4,6 +4,7 @@
 #include "dravix/config/optiontext.h"
 
 #include <charconv>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 
@@ -59,6 +60,10 @@ bool ParseStrictLong(std::string_view text, LONG& out) {
   return r.ec == std::errc() && r.ptr == text.data() + text.size() && !text.empty();
 }
 
+bool EndsWithNoCase(std::string_view text, std::string_view tail) {
+  return text.size() >= tail.size() && EqualNoCase(text.substr(text.size() - tail.size()), tail);
+}
+
 class Setter final : public PathTracker {
  public:
   Setter(std::string_view path, std::string_view value) : path_(path), value_(value) {}
@@ -70,6 +75,9 @@ class Setter final : public PathTracker {
     if (!Match(key)) return;
     LONG v = 0;
     if (!ParseStrictLong(value_, v)) return Bad("an integer");
+    // Network ports, and the serial ports numbered beside them, are never
+    // negative; a TCP port ends at 65535.
+    if (EndsWithNoCase(key, "Port") && (v < 0 || v > 65535)) return Bad("a port number from 0 to 65535");
     value = v;
   }
   void Bool(std::string_view key, BOOL& value, BOOL) override {
@@ -81,13 +89,13 @@ class Setter final : public PathTracker {
     if (!Match(key)) return;
     float v = 0;
     const auto r = std::from_chars(value_.data(), value_.data() + value_.size(), v);
-    if (r.ec != std::errc() || r.ptr != value_.data() + value_.size() || value_.empty())
-      return Bad("a decimal number");
+    if (r.ec != std::errc() || r.ptr != value_.data() + value_.size() || value_.empty() || !std::isfinite(v))
+      return Bad("a finite decimal number");
     value = v;
   }
   void Text(std::string_view key, char* field, size_t cap, std::string_view) override {
     if (!Match(key)) return;
-    if (value_.size() > cap - 1) return Bad("a text of at most " + std::to_string(cap - 1) + " characters");
+    if (value_.size() > cap - 1) return Bad("a text of at most " + std::to_string(cap - 1) + " bytes");
     std::memset(field, 0, cap);
     CopyOptionText(field, cap, value_);
   }

@@ -1,5 +1,6 @@
 #include "dravix/platform/files.h"
 
+#include "dravix/platform/fault_injection.h"
 #include "dravix/platform/file_io.h"
 #include "dravix/platform/staged_file.h"
 
@@ -143,8 +144,9 @@ bool RemoveEmptyFolder(const std::string& path) {
 }
 
 bool MoveFileReplacing(const std::string& from, const std::string& to, std::string* error) {
-  if (std::rename(from.c_str(), to.c_str()) == 0) return true;
+  if (!IoFaultHere(IoKind::kRename) && std::rename(from.c_str(), to.c_str()) == 0) return true;
   if (errno != EXDEV) {
+    SetLastFileError(errno);
     if (error != nullptr) *error = "cannot move " + from + " to " + to + ": " + std::strerror(errno);
     return false;
   }

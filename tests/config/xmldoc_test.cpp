@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -107,7 +108,7 @@ TEST_F(XmlDocTest, SaveWithFlagOneWritesWhatTheSectionsHold) {
   EXPECT_TRUE(SameRecord(*LoadFresh(), *o));
 }
 
-TEST_F(XmlDocTest, MalformedFilesAreReplacedByTheDefaultDocument) {
+TEST_F(XmlDocTest, MalformedFilesAreKeptAsideAndReplacedByTheDefaultDocument) {
   const std::string inputs[] = {
       "",
       "<?xml version='1.0'?>",
@@ -124,7 +125,12 @@ TEST_F(XmlDocTest, MalformedFilesAreReplacedByTheDefaultDocument) {
     EXPECT_EQ(parsed, 0) << in;
     EXPECT_TRUE(SameRecord(*o, *defaults)) << in;
     EXPECT_EQ(XPath(DocPath(), "string(/*/Camera/Camera3/RecordSecond)"), "50") << in;
+    EXPECT_EQ(ReadFile(DocPath() + ".bad"), in);
   }
+  // The last three unreadable documents are kept, newest first.
+  EXPECT_EQ(ReadFile(DocPath() + ".bad.1"), inputs[4]);
+  EXPECT_EQ(ReadFile(DocPath() + ".bad.2"), inputs[3]);
+  EXPECT_FALSE(std::filesystem::exists(DocPath() + ".bad.3"));
 }
 
 // The reading rules, each on one element of camera 0 in an otherwise

@@ -96,6 +96,29 @@ TEST_F(Edits, ATornDocumentIsRefusedAndKept) {
   EXPECT_EQ(Run({"config", "get", "General/SiteName"}).status, 0);
 }
 
+TEST_F(Edits, ConfigSetTakesOnlyValuesTheSettingHolds) {
+  const struct {
+    const char* path;
+    const char* value;
+    int status;
+  } cases[] = {
+      {"General/WebPort", "8080", 0},
+      {"General/WebPort", "-5", 2},
+      {"General/WebPort", "65536", 2},
+      {"General/Recycle/AutoUpdateRecycleDay", "0.5", 0},
+      {"General/Recycle/AutoUpdateRecycleDay", "nan", 2},
+      {"General/Recycle/AutoUpdateRecycleDay", "inf", 2},
+      {"Camera/Camera0/DsRecord/MJPEG", "2", 2},  // a switch is 0 or 1
+      {"General/SiteName", "\xe7\x9b\xa3\xe6\x8e\xa7", 0},
+      {"General/SiteName", "0123456789012345678901234567890123456789", 2},
+  };
+  for (const auto& c : cases) {
+    const ProgramResult r = Run({"config", "set", c.path, c.value});
+    EXPECT_EQ(r.status, c.status) << c.path << " " << c.value << "\n" << r.err;
+  }
+  EXPECT_NE(Run({"config", "set", "General/SiteName", std::string(40, 'x')}).err.find("bytes"), std::string::npos);
+}
+
 TEST_F(Edits, ReadOnlyCommandsWriteNothing) {
   const std::vector<std::vector<std::string>> commands = {
       {"users", "list"}, {"config", "show", "General"}, {"config", "get", "General/SiteName"},

@@ -45,7 +45,9 @@ TEST_F(MediaRegularFiles, AFifoIsRefusedAtOnceByProbeCheckAndCut) {
   };
   const FolderBytes start = Snapshot(home());
   for (const auto& args : commands) {
-    SCOPED_TRACE(args[0] + " " + args[1] + " " + args[2]);
+    std::string trace;
+    for (const std::string& a : args) trace += a + " ";
+    SCOPED_TRACE(trace);
     const ProgramResult r = RunPromptly(args);
     EXPECT_EQ(r.status, 1);
     EXPECT_NE((r.out + r.err).find("a FIFO, not a regular file"), std::string::npos) << r.out << r.err;
