@@ -1,0 +1,25 @@
+// The picture at a moment: the record walk to the moment, then the payloads
+// handed to libavcodec's MJPEG or H.263 decoder. Hostile records must give
+// an error, never a crash or a hang.
+#include "dravix/media/codec_log.h"
+#include "dravix/media/picture_at.h"
+#include "dravix/media/zm_format.h"
+#include "fuzz/zm_fuzz_files.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static dravix::fuzz::RecordingFiles files;
+  static const bool quiet = (dravix::media::QuietCodecLog(), true);
+  (void)quiet;
+  if (!files.Write(data, size)) return 0;
+  // The moment: half a second after the start time the header names.
+  const size_t skip = size >= 2 && (data[0] | data[1] << 8) != 0xFFFF ? 2 + (data[0] | data[1] << 8) : 2;
+  int64_t start = 0;
+  if (skip + 20 <= size) start = dravix::media::LoadLE<int64_t>(data + skip + 12);
+  dravix::media::PictureAtMoment found;
+  std::string error;
+  for (const int64_t ms : {0, 500, 5000})
+    dravix::media::FindPictureAt(files.recording.c_str(), start + ms * dravix::media::kTicksPerMs, true, &found,
+                                 &error);
+  files.Remove();
+  return 0;
+}
