@@ -39,7 +39,7 @@ TEST(FreshProgramFolder, AccountsAndSettingsWorkWithoutLanguageDatabasesInTheFol
     EXPECT_NE(r.out.find(c.expected), std::string::npos) << r.out;
     EXPECT_EQ(r.err.find("Database Open Error"), std::string::npos) << r.err;
     for (const auto& e : std::filesystem::directory_iterator(home))
-      EXPECT_NE(e.path().extension(), ".mdb") << "copied into the program folder: " << e.path();
+      ADD_FAILURE() << "written into the program folder: " << e.path();
   }
 }
 
