@@ -9,7 +9,8 @@
 // one, never a mixture.
 #include "dravix/platform/ini.h"
 
-#include "dravix/platform/fault_injection.h"
+#include "dravix/platform/atomic_file.h"
+
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -219,36 +220,11 @@ std::string_view DefaultText(const char* defaultText) {
 
 bool HasLineBreak(const char* s) { return s != nullptr && std::strpbrk(s, "\r\n") != nullptr; }
 
-// Writes `bytes` to a temporary file beside `path` and renames it over
-// `path`, keeping the old file's permission bits.
+// Replaces the file atomically, keeping its permission bits.
 bool ReplaceFile(const char* path, const std::string& bytes) {
-  std::string dir = path;
-  const size_t slash = dir.rfind('/');
-  dir = slash == std::string::npos ? std::string() : dir.substr(0, slash + 1);
-  std::string temp = dir + ".ini-XXXXXX";
-  if (IoFaultHere(IoKind::kOpen)) return false;
-  const int fd = ::mkstemp(temp.data());
-  if (fd < 0) return false;
-  mode_t mode = 0644;
   struct stat st {};
-  if (::stat(path, &st) == 0) mode = st.st_mode & 07777;
-  bool ok = ::fchmod(fd, mode) == 0;
-  size_t done = 0;
-  ok = ok && !IoFaultHere(IoKind::kWrite);
-  while (ok && done < bytes.size()) {
-    const ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      ok = false;
-      break;
-    }
-    done += static_cast<size_t>(n);
-  }
-  ok = ok && !IoFaultHere(IoKind::kSync) && ::fsync(fd) == 0;
-  ok = (::close(fd) == 0) && ok;
-  ok = ok && !IoFaultHere(IoKind::kRename) && ::rename(temp.c_str(), path) == 0;
-  if (!ok) ::unlink(temp.c_str());
-  return ok;
+  const unsigned mode = ::stat(path, &st) == 0 ? (st.st_mode & 07777) : 0644;
+  return ReplaceFileAtomically(path, bytes, mode);
 }
 
 std::mutex g_write_mutex;
