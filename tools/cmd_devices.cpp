@@ -7,7 +7,7 @@
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/legacy_options.h"
-#include "dravix/config/setting.h"
+#include "dravix/settings/setting.h"
 #include "dravix/live/avmanager.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"

@@ -2,7 +2,7 @@
 // delete) and the log-in check. Passwords are read from the terminal
 // without echo, or from standard input with --password-stdin, never from
 // the command line; they are stored as their digest string.
-#include "dravix/base/nocase.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/lang_ids.h"
 #include "dravix/platform/secret_input.h"

@@ -1,7 +1,7 @@
 // Reading and writing times on the command line.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <string>
 

@@ -8,7 +8,7 @@
 // ZMsgCritSec::Lock has no time-out.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <mutex>
 

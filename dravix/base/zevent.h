@@ -5,7 +5,7 @@
 // without an argument is manual-reset.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/platform/event.h"
 
 #include <memory>

@@ -4,7 +4,7 @@
 // no locks.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <string>
 

@@ -13,7 +13,7 @@
 // ZThread is neither copyable nor movable.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/base/zcritsec.h"
 #include "dravix/base/zevent.h"
 

@@ -13,7 +13,7 @@
 // noted on each declaration.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <string>
 

@@ -5,7 +5,7 @@
 // so an object that was never AddRef'ed is deleted by its first Release().
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 class ZUnknown {
  public:

@@ -1,7 +1,7 @@
 // One operator account as the option records and the user file keep it.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 

@@ -2,7 +2,7 @@
 // output device and the talk (two-way audio) device.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/cameraoption.h"
 
 #include <cstddef>

@@ -2,7 +2,7 @@
 // camera does on an event) and the caption overlay.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 

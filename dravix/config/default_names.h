@@ -2,7 +2,7 @@
 // camera names (string 4503 + camera number) and the site name.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/lang_ids.h"
 
 #include <functional>

@@ -6,7 +6,7 @@
 // option file, so every size and offset below is a file format.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/adduser.h"
 #include "dravix/config/audiooption.h"
 #include "dravix/config/cameraoption.h"

@@ -9,7 +9,7 @@
 // Thread-safe: lookups from several threads are serialised.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 class IString {
  public:

@@ -3,7 +3,7 @@
 // language databases; every id here exists there in every table.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::lang {
 

@@ -1,6 +1,6 @@
 #include "dravix/config/lang_table.h"
 
-#include "dravix/base/nocase.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/platform/files.h"
 #include "dravix/platform/ini.h"
 

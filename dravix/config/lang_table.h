@@ -5,7 +5,7 @@
 // that is not the configured one (tools) or to check the reading rules.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/platform/odbc.h"
 
 #include <string>

@@ -9,7 +9,7 @@
 // the default document holds, except where a call says otherwise.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/dvroption.h"
 
 #include <cstddef>

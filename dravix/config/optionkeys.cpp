@@ -1,6 +1,6 @@
 #include "dravix/config/optionkeys.h"
 
-#include "dravix/base/nocase.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/config/optiontext.h"
 
 #include <charconv>

@@ -1,7 +1,7 @@
 // The player's option record ("Player" in the option document).
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/cameraoption.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "dravix/config/switches.h"
 
-#include "dravix/base/nocase.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/platform/ini.h"
 #include "dravix/platform/process.h"

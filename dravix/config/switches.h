@@ -18,7 +18,7 @@
 // same time may both read the file, and store the same answer.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <vector>
 

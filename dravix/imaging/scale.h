@@ -16,7 +16,7 @@
 // every implementation gives the same bytes.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 // Reduces a luminance plane. Steps are srcWidth / dstWidth and
 // srcHeight / dstHeight in double precision, each raised to 1.0 when smaller;

@@ -4,7 +4,7 @@
 // its scalar counterpart.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstdint>
 

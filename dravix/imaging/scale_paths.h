@@ -3,7 +3,7 @@
 // them. Hosts use scale.h.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::imaging {
 

@@ -6,7 +6,7 @@
 // the live channels are made, because making a channel asks for the count.
 #include "dravix/live/avmanager.h"
 
-#include "dravix/base/nocase.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"

@@ -14,7 +14,7 @@
 // first Instance() and GetVideoCount() must come before other threads use it.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/live/videorenderer.h"
 #include "dravix/live/zav.h"
 

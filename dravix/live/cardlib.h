@@ -9,7 +9,7 @@
 // from the card library by name.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::live {
 

@@ -9,7 +9,7 @@
 // thread that builds it.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <memory>
 

@@ -30,7 +30,7 @@
 // A full table (699,049 names and the end record) ignores further Adds.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 #include <functional>

@@ -25,7 +25,7 @@
 // meant to be driven by one thread; PostCommand may also come from others.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/base/zevent.h"
 #include "dravix/live/ptzdevice.h"
 

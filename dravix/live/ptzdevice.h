@@ -3,7 +3,7 @@
 // it (turning code text into bytes, sending a code).
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <memory>
 

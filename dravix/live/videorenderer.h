@@ -6,7 +6,7 @@
 // its own factory (SetVideoRendererFactory) before the sink is created.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <functional>
 #include <memory>

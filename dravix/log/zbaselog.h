@@ -18,7 +18,7 @@
 // other.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/log/write_gate.h"
 #include "dravix/platform/append_file.h"
 

@@ -12,7 +12,7 @@
 // sharing is enforced). No function keeps state between calls.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::media {
 // Longest path (in bytes, excluding the terminator) the start and end times accept.

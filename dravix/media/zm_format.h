@@ -16,7 +16,7 @@
 // are checked by the callers before being used as sizes or offsets.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <bit>
 #include <cstring>

@@ -13,7 +13,7 @@
 // the true offset of the same record for callers that must land on a head.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::media {
 

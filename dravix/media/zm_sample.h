@@ -4,7 +4,7 @@
 // the fuzz seeds and the benchmarks; the payload bytes are noise.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <string>
 

@@ -27,7 +27,7 @@
 // the worker with the original (both stay alive while any copy holds them).
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <atomic>
 #include <memory>

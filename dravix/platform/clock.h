@@ -2,7 +2,7 @@
 // dispatcher and time tests reach any moment without sleeping.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <ctime>
 #include <functional>

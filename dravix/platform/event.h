@@ -4,7 +4,7 @@
 // several events at once.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::platform {
 

@@ -23,7 +23,7 @@
 // up to that size and are never rewritten.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <optional>
 #include <string>

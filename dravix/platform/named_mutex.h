@@ -12,7 +12,7 @@
 // Different handles exclude each other, in one process or across processes.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <memory>
 #include <string>

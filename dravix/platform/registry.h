@@ -4,7 +4,7 @@
 // the file atomically.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <optional>
 #include <string>

@@ -12,7 +12,7 @@
 // stop bits: that setting gives two.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 #include <memory>

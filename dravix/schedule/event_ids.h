@@ -4,7 +4,7 @@
 // sends 900.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 namespace dravix::schedule {
 

@@ -23,7 +23,7 @@
 // both threads.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/base/zcritsec.h"
 #include "dravix/schedule/zhandler.h"
 

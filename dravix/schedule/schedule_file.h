@@ -30,7 +30,7 @@
 // that ends early is rejected whole.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/schedule/schedule_records.h"
 
 #include <cstddef>

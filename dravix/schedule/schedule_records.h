@@ -3,7 +3,7 @@
 // the periods the manager has posted to the dispatcher.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/cameraoption.h"
 
 #include <cstddef>

@@ -7,7 +7,7 @@
 // queued event) and the second may too.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 class ZHandler {
  public:

@@ -22,7 +22,7 @@
 // Save() writes the file.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/schedule/schedule_file.h"
 #include "dravix/schedule/schedule_records.h"
 

@@ -1,6 +1,6 @@
 #include "dravix/users/iaccountmgr.h"
 
-#include "dravix/base/nocase.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/istring.h"
 #include "dravix/config/lang_ids.h"

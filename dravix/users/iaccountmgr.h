@@ -18,7 +18,7 @@
 // Not thread-safe: use it from one thread.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/adduser.h"
 
 #include <cstddef>

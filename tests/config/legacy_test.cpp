@@ -2,7 +2,7 @@
 // description, migrated at start-up into the option document.
 #include "dravix/base/zfile.h"
 #include "dravix/config/legacy_options.h"
-#include "dravix/config/setting.h"
+#include "dravix/settings/setting.h"
 #include "tests/config/option_fixture.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 #include "dravix/config/playsetting.h"
-#include "dravix/config/setting.h"
+#include "dravix/settings/setting.h"
 #include "tests/config/option_fixture.h"
 
 #include <functional>

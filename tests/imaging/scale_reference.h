@@ -2,7 +2,7 @@
 // yardstick every implementation of dravix/imaging/scale.h is held to.
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 
 #include <algorithm>
 

@@ -15,7 +15,7 @@
 // several threads. Accessors do not check the camera index (0..15).
 #pragma once
 
-#include "dravix/base/wintypes.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/config/dvroption.h"
 #include "dravix/config/legacy_options.h"
 

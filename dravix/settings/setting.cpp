@@ -1,4 +1,4 @@
-#include "dravix/config/setting.h"
+#include "dravix/settings/setting.h"
 
 #include "dravix/base/zfile.h"
 #include "dravix/base/ztime.h"

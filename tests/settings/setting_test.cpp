@@ -2,7 +2,7 @@
 // derived readers, and the values kept in INI files.
 #include "dravix/base/zfile.h"
 #include "dravix/base/ztime.h"
-#include "dravix/config/setting.h"
+#include "dravix/settings/setting.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
 #include "tests/config/option_fixture.h"

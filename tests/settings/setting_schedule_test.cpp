@@ -3,7 +3,7 @@
 // task does. Also the sensor/relay card tests and the pass-throughs to the
 // dispatcher.
 #include "dravix/base/ztime.h"
-#include "dravix/config/setting.h"
+#include "dravix/settings/setting.h"
 #include "dravix/schedule/idispatcher.h"
 #include "tests/config/option_fixture.h"
 #include "tests/support/schedule_support.h"
