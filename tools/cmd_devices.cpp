@@ -14,6 +14,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <iostream>
 #include <string>
 
@@ -92,7 +93,30 @@ std::string& ProgramOption() {
   return name;
 }
 
+// The files the channel manager refreshes on every count, with their state
+// before the count, to tell afterwards which it wrote.
+std::vector<std::pair<std::string, std::string>> DeviceFilesState() {
+  std::vector<std::pair<std::string, std::string>> state;
+  for (const char* name : {live::kGPIOInfoName, "AudioDevice.zmi"}) {
+    const std::string path = GetModulePath() + name;
+    std::error_code ec;
+    const auto time = std::filesystem::last_write_time(path, ec);
+    state.emplace_back(name, ec ? "" : std::to_string(time.time_since_epoch().count()));
+  }
+  return state;
+}
+
+// The names of the files the count wrote.
+std::vector<std::string> Refreshed(const std::vector<std::pair<std::string, std::string>>& before) {
+  std::vector<std::string> names;
+  const auto after = DeviceFilesState();
+  for (size_t i = 0; i < after.size(); ++i)
+    if (!after[i].second.empty() && after[i].second != before[i].second) names.push_back(after[i].first);
+  return names;
+}
+
 int RunDevices() {
+  const auto before = DeviceFilesState();
   live::DeviceEnumerators e;
   const std::string program = ProgramOption();
   e.programName = [program] { return program; };
@@ -124,6 +148,7 @@ int RunDevices() {
             {{"device", d}, {"chip", m->Device(d).chip}, {"input", m->Device(d).input}, {"name", m->Device(d).name}});
     out["audio"] = nlohmann::json::array();
     for (int i = 0; i < audio; ++i) out["audio"].push_back(m->GetAuioDeviceName(i));
+    out["refreshed"] = Refreshed(before);
     std::cout << out.dump(2) << "\n";
     return kExitOk;
   }
@@ -152,6 +177,8 @@ int RunDevices() {
   if (!chips.empty()) chips.Print(std::cout);
   std::cout << "\naudio capture devices: " << (audio == 0 ? "none" : "") << "\n";
   for (int i = 0; i < audio; ++i) std::cout << "  " << i << "  " << m->GetAuioDeviceName(i) << "\n";
+  for (const std::string& name : Refreshed(before))
+    std::cout << "\n" << name << " in " << GetModulePath() << " was refreshed, as the channel manager does on every count\n";
   return kExitOk;
 }
 
