@@ -144,6 +144,11 @@ struct Case {
   int width, height;
 };
 
+// The picture sizes of the recording format's size codes 0 to 6.
+constexpr Case kSizeCodes[] = {{"", "320x240", 320, 240}, {"", "640x240", 640, 240}, {"", "640x480", 640, 480},
+                               {"", "720x240", 720, 240}, {"", "720x480", 720, 480}, {"", "720x288", 720, 288},
+                               {"", "720x576", 720, 576}};
+
 class Export : public TestHome {
  protected:
   // Writes a real recording; fails the test when the program fails.
@@ -203,12 +208,13 @@ void Export::WholeRecording(const Case& c) {
 }
 
 TEST_F(Export, WholeMjpegRecordingToBothContainers) {
-  for (const Case& c : {Case{"mjpeg", "320x240", 320, 240}, Case{"mjpeg", "720x576", 720, 576}}) WholeRecording(c);
+  for (const Case& c : kSizeCodes) WholeRecording(Case{"mjpeg", c.size, c.width, c.height});
 }
 
 TEST_F(Export, WholeH263RecordingToBothContainers) {
-  // Baseline H.263 for 176x144, H.263+ for 640x480.
-  for (const Case& c : {Case{"h263", "176x144", 176, 144}, Case{"h263", "640x480", 640, 480}}) WholeRecording(c);
+  // Baseline H.263 for 176x144, H.263+ for the sizes of the size codes.
+  WholeRecording(Case{"h263", "176x144", 176, 144});
+  for (const Case& c : kSizeCodes) WholeRecording(Case{"h263", c.size, c.width, c.height});
 }
 
 // Tags, captions and chapters of a Matroska export: the captions give the
