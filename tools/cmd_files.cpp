@@ -15,6 +15,7 @@
 #include "tools/table.h"
 
 #include "dravix/live/liveshare.h"
+#include "dravix/platform/ipc_name.h"
 #include "dravix/platform/named_mutex.h"
 
 #include <nlohmann/json.hpp>

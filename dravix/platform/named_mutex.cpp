@@ -1,15 +1,14 @@
 #include "dravix/platform/named_mutex.h"
 
+#include "dravix/platform/ipc_name.h"
 #include "dravix/platform/ofd_lock.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <mutex>
 #include <thread>
 
@@ -19,31 +18,7 @@ namespace {
 constexpr off_t kPresenceByte = 0;
 constexpr off_t kMutexByte = 1;
 
-std::string Escape(const std::string& name) {
-  static const char* hex = "0123456789abcdef";
-  std::string out;
-  for (unsigned char c : name) {
-    if (std::isalnum(c) || c == '-' || c == '_') {
-      out += static_cast<char>(c);
-    } else {
-      out += '%';
-      out += hex[c >> 4];
-      out += hex[c & 15];
-    }
-  }
-  return out;
-}
-
 }  // namespace
-
-std::string IpcNamespace() {
-  const char* ns = std::getenv("DRAVIX_IPC_NAMESPACE");
-  return ns != nullptr && *ns != '\0' ? Escape(ns) : std::string("default");
-}
-
-std::string IpcObjectPath(const std::string& kind, const std::string& name) {
-  return "/dev/shm/dravix." + IpcNamespace() + "." + kind + "." + Escape(name);
-}
 
 struct NamedMutex::State {
   int fd = -1;

@@ -19,13 +19,6 @@
 
 namespace dravix::platform {
 
-// The namespace prefix of every named object: $DRAVIX_IPC_NAMESPACE or
-// "default".
-std::string IpcNamespace();
-// The file that stands for a named object of a kind ("mutex", "shm"):
-// /dev/shm/dravix.<namespace>.<kind>.<escaped name>.
-std::string IpcObjectPath(const std::string& kind, const std::string& name);
-
 class NamedMutex {
  public:
   // Opens the named mutex, creating it when no live process holds it.

@@ -15,6 +15,7 @@
 // inode it holds) and starts over with the new one.
 #include "dravix/platform/shared_memory.h"
 
+#include "dravix/platform/ipc_name.h"
 #include "dravix/platform/named_mutex.h"
 #include "dravix/platform/ofd_lock.h"
 

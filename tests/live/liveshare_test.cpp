@@ -1,6 +1,7 @@
 #include "dravix/live/liveshare.h"
 
 #include "dravix/log/ilog.h"
+#include "dravix/platform/ipc_name.h"
 #include "dravix/platform/named_mutex.h"
 #include "dravix/platform/shared_memory.h"
 #include "tests/live/peer_process.h"
