@@ -289,6 +289,13 @@ bool XmlName(std::string_view name) {
   const auto* s = reinterpret_cast<const unsigned char*>(name.data());
   size_t i = 0;
   while (i < name.size()) {
+    if (s[i] < 0x80) {  // the usual case, settled without decoding
+      const unsigned char c = s[i];
+      const bool start = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':';
+      if (!start && (i == 0 || !((c >= '0' && c <= '9') || c == '-' || c == '.'))) return false;
+      ++i;
+      continue;
+    }
     const size_t len = AllowedCharLength(s + i, name.size() - i);
     if (len == 0) return false;
     uint32_t c = len == 1 ? s[i] : s[i] & (0xFFu >> (len + 1));
