@@ -196,9 +196,9 @@ void Register() {
     for (const auto& [w, h] : sizes) {
       const std::string tail = std::string(c.name) + "/" + std::to_string(w) + "x" + std::to_string(h);
       const int codec = c.codec, width = w, height = h;
-      benchmark::RegisterBenchmark(("Dravix/" + tail).c_str(),
-                                   [=](benchmark::State& s) { Dravix(s, codec, width, height); })
-          ->Unit(benchmark::kMillisecond);
+      benchmark::RegisterBenchmark(("Dravix/" + tail).c_str(), [=](benchmark::State& s) {
+        Dravix(s, codec, width, height);
+      })->Unit(benchmark::kMillisecond);
       benchmark::RegisterBenchmark(("Ffmpeg/" + tail).c_str(),
                                    [=](benchmark::State& s) { Ffmpeg(s, codec, width, height); })
           ->UseManualTime()

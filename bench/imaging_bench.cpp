@@ -51,9 +51,8 @@ extern "C" {
 
 // Exported by libyuv but missing from Debian's headers.
 namespace libyuv {
-extern "C" int RGBScale(const uint8_t* src_rgb, int src_stride_rgb, int src_width,
-                        int src_height, uint8_t* dst_rgb, int dst_stride_rgb, int dst_width,
-                        int dst_height, enum FilterMode filtering);
+extern "C" int RGBScale(const uint8_t* src_rgb, int src_stride_rgb, int src_width, int src_height, uint8_t* dst_rgb,
+                        int dst_stride_rgb, int dst_width, int dst_height, enum FilterMode filtering);
 }  // namespace libyuv
 
 namespace {
@@ -61,8 +60,7 @@ namespace {
 struct Size4 {
   int sw, sh, dw, dh;
   std::string Name() const {
-    return std::to_string(sw) + "x" + std::to_string(sh) + "->" + std::to_string(dw) + "x" +
-           std::to_string(dh);
+    return std::to_string(sw) + "x" + std::to_string(sh) + "->" + std::to_string(dw) + "x" + std::to_string(dh);
   }
 };
 
@@ -94,8 +92,7 @@ Planes PlanesOf(Kind kind, const Size4& s) {
 // One case: the request and the buffers all its implementations share.
 struct Case {
   Case(Kind k, const Size4& sz)
-      : kind(k), s(sz), p(PlanesOf(k, sz)),
-        src(size_t(p.sw) * p.sh * p.bpp), dst(size_t(p.dw) * p.dh * p.bpp) {}
+      : kind(k), s(sz), p(PlanesOf(k, sz)), src(size_t(p.sw) * p.sh * p.bpp), dst(size_t(p.dw) * p.dh * p.bpp) {}
   Kind kind;
   Size4 s;
   Planes p;
@@ -136,28 +133,26 @@ void RunPath(benchmark::State& state, const Case* c, dravix::imaging::ScalePath 
 // Loads every source byte of the even rows and stores every destination
 // byte, 64 at a time, the way the 2:1 pick does, but with an OR where the
 // pick shuffles: no halving can move these bytes faster.
-__attribute__((target("avx512f"))) void LoadStoreHalves(const uint8_t* src, uint8_t* dst,
-                                                         int srcWidth, int dstWidth,
-                                                         int dstHeight) {
+__attribute__((target("avx512f"))) void LoadStoreHalves(const uint8_t* src, uint8_t* dst, int srcWidth, int dstWidth,
+                                                        int dstHeight) {
   for (int y = 0; y < dstHeight; ++y) {
     const uint8_t* row = src + 2LL * y * srcWidth;
     uint8_t* d = dst + static_cast<long long>(y) * dstWidth;
     for (int i = 0; i + 64 <= dstWidth; i += 64) {
-      _mm512_storeu_si512(d + i, _mm512_or_si512(_mm512_loadu_si512(row + 2 * i),
-                                                  _mm512_loadu_si512(row + 2 * i + 64)));
+      _mm512_storeu_si512(d + i,
+                          _mm512_or_si512(_mm512_loadu_si512(row + 2 * i), _mm512_loadu_si512(row + 2 * i + 64)));
     }
     if (dstWidth % 64 != 0) {
       const int last = dstWidth - 64;
-      _mm512_storeu_si512(d + last, _mm512_or_si512(_mm512_loadu_si512(row + 2 * last),
-                                                     _mm512_loadu_si512(row + 2 * last + 64)));
+      _mm512_storeu_si512(d + last,
+                          _mm512_or_si512(_mm512_loadu_si512(row + 2 * last), _mm512_loadu_si512(row + 2 * last + 64)));
     }
   }
 }
 
 // The same with 32-byte vectors, for CPUs without AVX-512.
-__attribute__((target("avx2"))) void LoadStoreHalves256(const uint8_t* src, uint8_t* dst,
-                                                         int srcWidth, int dstWidth,
-                                                         int dstHeight) {
+__attribute__((target("avx2"))) void LoadStoreHalves256(const uint8_t* src, uint8_t* dst, int srcWidth, int dstWidth,
+                                                        int dstHeight) {
   for (int y = 0; y < dstHeight; ++y) {
     const uint8_t* row = src + 2LL * y * srcWidth;
     uint8_t* d = dst + static_cast<long long>(y) * dstWidth;
@@ -186,11 +181,9 @@ void RunLibyuv(benchmark::State& state, const Case* c) {
   const Planes& p = c->p;
   Measure(state, *c, [c, &p] {
     if (c->kind == Kind::kRGB) {
-      libyuv::RGBScale(c->src.data, 3 * p.sw, p.sw, p.sh, c->dst.data, 3 * p.dw, p.dw, p.dh,
-                       libyuv::kFilterBilinear);
+      libyuv::RGBScale(c->src.data, 3 * p.sw, p.sw, p.sh, c->dst.data, 3 * p.dw, p.dw, p.dh, libyuv::kFilterBilinear);
     } else {
-      libyuv::ScalePlane(c->src.data, p.sw, p.sw, p.sh, c->dst.data, p.dw, p.dw, p.dh,
-                         libyuv::kFilterNone);
+      libyuv::ScalePlane(c->src.data, p.sw, p.sw, p.sh, c->dst.data, p.dw, p.dw, p.dh, libyuv::kFilterNone);
     }
   });
 }
@@ -246,8 +239,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
   }
 
   void Table(const char* title, const char* base, const char* extra) {
-    std::printf("\n%s, median of the repetitions (- : path absent or no baseline)\n%-28s", title,
-                "case");
+    std::printf("\n%s, median of the repetitions (- : path absent or no baseline)\n%-28s", title, "case");
     for (const char* ours : kOurs) std::printf(" %8s", ours);
     if (extra != nullptr) std::printf(" %14s", extra);
     std::printf(" %10s %8s\n", "chosen us", "max cv");
@@ -272,9 +264,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
   std::map<std::string, double> spread_;
 };
 
-void Tune(benchmark::internal::Benchmark* b) {
-  b->Unit(benchmark::kMicrosecond)->ReportAggregatesOnly(true);
-}
+void Tune(benchmark::internal::Benchmark* b) { b->Unit(benchmark::kMicrosecond)->ReportAggregatesOnly(true); }
 
 std::vector<std::unique_ptr<Case>> cases;
 
@@ -285,8 +275,7 @@ void Register(Kind kind, const char* prefix, const Size4& s) {
   Tune(benchmark::RegisterBenchmark((base + "chosen").c_str(), RunDravix, c));
   for (ScalePath path : {ScalePath::kScalar, ScalePath::kSse2, ScalePath::kAvx2, ScalePath::kAvx512}) {
     if (!dravix::imaging::ScalePathAvailable(path)) continue;
-    Tune(benchmark::RegisterBenchmark((base + dravix::imaging::ScalePathName(path)).c_str(),
-                                      RunPath, c, path));
+    Tune(benchmark::RegisterBenchmark((base + dravix::imaging::ScalePathName(path)).c_str(), RunPath, c, path));
   }
   const bool halving = s.sw == 2 * s.dw && s.sh == 2 * s.dh && c->p.dw >= 64;
 #if defined(__x86_64__)
@@ -303,10 +292,9 @@ void Register(Kind kind, const char* prefix, const Size4& s) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const Size4 planeSizes[] = {{1920, 1080, 960, 540}, {704, 576, 352, 288}, {1920, 1080, 640, 360},
-                              {1280, 720, 704, 396}};
-  const Size4 rgbSizes[] = {{1920, 1080, 960, 540}, {704, 576, 352, 288}, {352, 288, 704, 576},
-                            {640, 480, 1280, 960}};
+  const Size4 planeSizes[] = {
+      {1920, 1080, 960, 540}, {704, 576, 352, 288}, {1920, 1080, 640, 360}, {1280, 720, 704, 396}};
+  const Size4 rgbSizes[] = {{1920, 1080, 960, 540}, {704, 576, 352, 288}, {352, 288, 704, 576}, {640, 480, 1280, 960}};
   for (const Size4& s : planeSizes) Register(Kind::kY, "Y", s);
   for (const Size4& s : planeSizes) Register(Kind::kUV, "UV", s);
   for (const Size4& s : rgbSizes) Register(Kind::kRGB, "RGB", s);

@@ -86,9 +86,10 @@ class RatioReporter : public benchmark::ConsoleReporter {
     ConsoleReporter::Finalize();
     const double plain = medians_["BM_PlainWrite"], log = medians_["BM_ILogWrite"];
     if (plain > 0 && log > 0)
-      std::printf("ILog::Write throughput / plain write(2) throughput: %.3f (median %.0f ns vs %.0f ns per line; "
-                  "by CPU time %.3f)\n",
-                  plain / log, log, plain, cpu_["BM_PlainWrite"] / cpu_["BM_ILogWrite"]);
+      std::printf(
+          "ILog::Write throughput / plain write(2) throughput: %.3f (median %.0f ns vs %.0f ns per line; "
+          "by CPU time %.3f)\n",
+          plain / log, log, plain, cpu_["BM_PlainWrite"] / cpu_["BM_ILogWrite"]);
   }
 
  private:

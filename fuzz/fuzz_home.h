@@ -23,8 +23,8 @@ inline std::string& FuzzHomeFolder() {
 // Makes the folder "dravix-<tag>-fuzz-XXXXXX", sets it as the program folder
 // and returns it with a trailing '/'. Call once (from a static initialiser).
 inline std::string MakeFuzzHome(const std::string& tag) {
-  std::string tmpl = (std::filesystem::is_directory("/dev/shm") ? "/dev/shm/dravix-" : "/tmp/dravix-") + tag +
-                     "-fuzz-XXXXXX";
+  std::string tmpl =
+      (std::filesystem::is_directory("/dev/shm") ? "/dev/shm/dravix-" : "/tmp/dravix-") + tag + "-fuzz-XXXXXX";
   const char* dir = mkdtemp(tmpl.data());
   if (dir == nullptr) std::abort();
   SetModulePath(dir);

@@ -2,11 +2,11 @@
 // hang, and a value just written must read back.
 #include "dravix/platform/ini.h"
 
+#include <unistd.h>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
-#include <unistd.h>
 
 namespace {
 

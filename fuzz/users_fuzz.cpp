@@ -1,9 +1,9 @@
 // A hostile "User.zmi": loading it must not crash or hang, the log-in check
 // and the edits must cope with unterminated texts, and what is saved loads
 // again as the same accounts (less the dropped empty names).
-#include "fuzz/fuzz_home.h"
 #include "dravix/base/zfile.h"
 #include "dravix/users/iaccountmgr.h"
+#include "fuzz/fuzz_home.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -17,7 +17,8 @@ namespace {
 const std::string& Home() {
   static const std::string home = [] {
     std::string folder = dravix::fuzz::MakeFuzzHome("users");
-    dravix::users::SetAccountStringSource([](UINT id) { return id == 7103 ? std::string("Admin") : "L" + std::to_string(id); });
+    dravix::users::SetAccountStringSource(
+        [](UINT id) { return id == 7103 ? std::string("Admin") : "L" + std::to_string(id); });
     return folder;
   }();
   return home;

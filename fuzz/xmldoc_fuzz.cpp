@@ -21,8 +21,8 @@ bool WellFormed(const std::string& bytes) {
   if (p == nullptr) std::abort();
   const bool ok = XML_Parse(p, bytes.data(), static_cast<int>(bytes.size()), 1) == XML_STATUS_OK;
   if (!ok) {
-    std::fprintf(stderr, "saved document is not well-formed: %s at line %lu\n",
-                 XML_ErrorString(XML_GetErrorCode(p)), static_cast<unsigned long>(XML_GetCurrentLineNumber(p)));
+    std::fprintf(stderr, "saved document is not well-formed: %s at line %lu\n", XML_ErrorString(XML_GetErrorCode(p)),
+                 static_cast<unsigned long>(XML_GetCurrentLineNumber(p)));
   }
   XML_ParserFree(p);
   return ok;

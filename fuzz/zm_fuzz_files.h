@@ -18,8 +18,8 @@ struct RecordingFiles {
 
   RecordingFiles() {
     std::error_code ec;
-    dir = std::filesystem::is_directory("/dev/shm", ec) ? "/dev/shm"
-                                                        : std::filesystem::temp_directory_path(ec).string();
+    dir =
+        std::filesystem::is_directory("/dev/shm", ec) ? "/dev/shm" : std::filesystem::temp_directory_path(ec).string();
     const std::string stem = dir + "/dravix-fuzz-" + std::to_string(std::random_device{}());
     recording = stem + ".dat";
     index = stem + ".idx";

@@ -1,9 +1,9 @@
 // `dravix config`: the option document "DVROPTION.XML" of the program folder,
 // read and changed through the option records (never by editing its text).
-#include "dravix/platform/nocase.h"
 #include "dravix/config/dvroption.h"
 #include "dravix/config/optionkeys.h"
 #include "dravix/config/xmldoc.h"
+#include "dravix/platform/nocase.h"
 #include "tools/command.h"
 #include "tools/edit.h"
 #include "tools/table.h"

@@ -7,10 +7,10 @@
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/legacy_options.h"
-#include "dravix/settings/setting.h"
 #include "dravix/live/avmanager.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
+#include "dravix/settings/setting.h"
 
 #include <nlohmann/json.hpp>
 
@@ -63,14 +63,15 @@ int RunCards() {
     std::cout << out.dump(2) << "\n";
     return kExitOk;
   }
-  PrintPairs(std::cout, {{"profile", p.fromFile ? path : "built-in default (no " + std::string(live::kCardProfileName) + ")"},
-                         {"model", p.model},
-                         {"model number", std::to_string(p.modelNumber)},
-                         {"hardware version", std::to_string(p.hardwareVersion)},
-                         {"server", p.server ? "yes" : "no"},
-                         {"live camera index base", std::to_string(p.liveCameraIndexBase)},
-                         {"total channels", std::to_string(card.GetTotalChannels())},
-                         {"I/O cards", std::to_string(p.ioCards)}});
+  PrintPairs(std::cout,
+             {{"profile", p.fromFile ? path : "built-in default (no " + std::string(live::kCardProfileName) + ")"},
+              {"model", p.model},
+              {"model number", std::to_string(p.modelNumber)},
+              {"hardware version", std::to_string(p.hardwareVersion)},
+              {"server", p.server ? "yes" : "no"},
+              {"live camera index base", std::to_string(p.liveCameraIndexBase)},
+              {"total channels", std::to_string(card.GetTotalChannels())},
+              {"I/O cards", std::to_string(p.ioCards)}});
   std::cout << "\n";
   Table cards({"card", "first chip", "chips", "inputs/chip", "channels", "gpios", "contact", "inputs", "relays"});
   for (int c = 0; c < card.GetCardNumber(); ++c) {
@@ -152,9 +153,11 @@ int RunDevices() {
     std::cout << out.dump(2) << "\n";
     return kExitOk;
   }
-  PrintPairs(std::cout, {{"program", program + (live ? " (the live program)" : " (not the live program: 16 ports, no cards asked)")},
-                         {"cameras", std::to_string(count)},
-                         {"audio devices", std::to_string(audio)}});
+  PrintPairs(
+      std::cout,
+      {{"program", program + (live ? " (the live program)" : " (not the live program: 16 ports, no cards asked)")},
+       {"cameras", std::to_string(count)},
+       {"audio devices", std::to_string(audio)}});
   std::cout << "\n";
   Table ports({"port", "device", "chip", "input", "camera code", "device name"});
   for (int port = 0; port < count; ++port) {
@@ -178,7 +181,8 @@ int RunDevices() {
   std::cout << "\naudio capture devices: " << (audio == 0 ? "none" : "") << "\n";
   for (int i = 0; i < audio; ++i) std::cout << "  " << i << "  " << m->GetAuioDeviceName(i) << "\n";
   for (const std::string& name : Refreshed(before))
-    std::cout << "\n" << name << " in " << GetModulePath() << " was refreshed, as the channel manager does on every count\n";
+    std::cout << "\n"
+              << name << " in " << GetModulePath() << " was refreshed, as the channel manager does on every count\n";
   return kExitOk;
 }
 
@@ -187,8 +191,8 @@ int RunMigrate() {
   if (Globals().json) {
     nlohmann::ordered_json out = nlohmann::json::array();
     for (const auto& f : r.files) {
-      nlohmann::ordered_json row{{"file", f.file}, {"present", f.present}, {"read", f.accepted},
-                                 {"deleted", f.deleted}, {"bytes", f.bytes}};
+      nlohmann::ordered_json row{
+          {"file", f.file}, {"present", f.present}, {"read", f.accepted}, {"deleted", f.deleted}, {"bytes", f.bytes}};
       if (f.file == config::kLegacyDVROptionFile && f.present) row["layout"] = config::LegacyLayoutName(f.layout);
       row["kept_defaults"] = f.keptDefaults;
       if (!f.note.empty()) row["note"] = f.note;
@@ -201,8 +205,7 @@ int RunMigrate() {
   for (const auto& f : r.files) {
     t.Add({f.file, f.present ? std::to_string(f.bytes) + " bytes" : "no", f.accepted ? "yes" : "no",
            f.deleted ? "yes" : "no",
-           f.file == config::kLegacyDVROptionFile && f.present ? config::LegacyLayoutName(f.layout) : "",
-           f.note});
+           f.file == config::kLegacyDVROptionFile && f.present ? config::LegacyLayoutName(f.layout) : "", f.note});
   }
   t.Print(std::cout);
   for (const auto& f : r.files) {
@@ -225,9 +228,10 @@ void Register(CLI::App& app) {
                                  "list the cameras, ports, capture chips and audio devices as the channel manager "
                                  "sees them (V4L2 and ALSA devices over the simulated cards)",
                                  RunDevices);
-  devices->add_option("--program", ProgramOption(),
-                      "count as the program of this file name (\"live\" or a name containing \"live.exe\" is the "
-                      "live program)")
+  devices
+      ->add_option("--program", ProgramOption(),
+                   "count as the program of this file name (\"live\" or a name containing \"live.exe\" is the "
+                   "live program)")
       ->capture_default_str();
   AddJsonFlag(devices);
 

@@ -40,7 +40,8 @@ int Export() {
   req.output = g.files.back();
   ZMExportFormat format;
   if (!ExportFormatFor(req.output, &format))
-    throw UsageError("the output " + req.output + " must end in .mkv (stream copy) or .mp4 (H.264 and AAC); "
+    throw UsageError("the output " + req.output +
+                     " must end in .mkv (stream copy) or .mp4 (H.264 and AAC); "
                      "the output comes last");
   if (g.from.empty() != g.to.empty()) throw UsageError("--from and --to go together");
   if (!g.from.empty()) {
@@ -69,11 +70,14 @@ int Export() {
 
   for (const std::string& note : rep.notes) std::cerr << "note: " << note << '\n';
   switch (rep.status) {
-    case ZMExportStatus::kUsage: throw UsageError(rep.error);
+    case ZMExportStatus::kUsage:
+      throw UsageError(rep.error);
     case ZMExportStatus::kInterrupted:
       throw Failure("interrupted: " + req.output + " was not written");
-    case ZMExportStatus::kFailed: throw Failure("export to " + req.output + " failed: " + rep.error);
-    case ZMExportStatus::kOk: break;
+    case ZMExportStatus::kFailed:
+      throw Failure("export to " + req.output + " failed: " + rep.error);
+    case ZMExportStatus::kOk:
+      break;
   }
   std::cout << req.output << ": " << rep.videoFrames << " frames, " << rep.audioRecords << " audio records";
   if (format == ZMExportFormat::kMatroska)
@@ -87,9 +91,8 @@ int Export() {
 }
 
 void Register(CLI::App& app) {
-  CLI::App* e = AddCommand(&app, "export",
-                           "export recordings to .mkv (stream copy, chapters, time captions) or .mp4 (H.264/AAC)",
-                           Export);
+  CLI::App* e = AddCommand(
+      &app, "export", "export recordings to .mkv (stream copy, chapters, time captions) or .mp4 (H.264/AAC)", Export);
   e->add_option("FILES", g.files, "source recordings of one camera, then the output (.mkv or .mp4)")
       ->required()
       ->expected(2, -1);

@@ -42,9 +42,12 @@ FilesOptions& Options() {
 
 const char* StateText(int32_t state) {
   switch (state) {
-    case ZShareMem::kInUse: return "in use";
-    case ZShareMem::kFreed: return "freed";
-    default: return "?";
+    case ZShareMem::kInUse:
+      return "in use";
+    case ZShareMem::kFreed:
+      return "freed";
+    default:
+      return "?";
   }
 }
 
@@ -78,8 +81,8 @@ int List() {
     if (Globals().json)
       out.push_back({{"index", index}, {"name", name}, {"state", r.state}, {"count", r.count}});
     else
-      table.Add({std::to_string(index), name.empty() ? "(empty title)" : name, StateText(r.state),
-                 std::to_string(r.count)});
+      table.Add(
+          {std::to_string(index), name.empty() ? "(empty title)" : name, StateText(r.state), std::to_string(r.count)});
   });
   if (Globals().json) {
     std::cout << out.dump(2) << "\n";
@@ -125,11 +128,10 @@ int Files() {
 
 void Register(CLI::App& app) {
   FilesOptions& o = Options();
-  CLI::App* cmd = AddCommand(
-      &app, "files",
-      "the shared table of recording files held open (namespace $DRAVIX_IPC_NAMESPACE); "
-      "`files add|delete|has PATH` register, release or ask about one file",
-      Files);
+  CLI::App* cmd = AddCommand(&app, "files",
+                             "the shared table of recording files held open (namespace $DRAVIX_IPC_NAMESPACE); "
+                             "`files add|delete|has PATH` register, release or ask about one file",
+                             Files);
   cmd->add_option("ACTION", o.action, "add, delete or has; none: list the table");
   cmd->add_option("PATH", o.path, "the file's path; its title (after the last '\\' or '/') is what is registered");
   cmd->add_option("--hold", o.hold, "with add: keep holding the file for SECONDS, then release it")

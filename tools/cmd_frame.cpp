@@ -97,8 +97,8 @@ int Frame() {
   if (!out.Open(g.out, &error) || !out.Write(bytes.data(), bytes.size(), &error) || !out.Commit(0644, &error))
     throw Failure("cannot write " + g.out + ": " + error);
   std::cout << g.out << ": picture " << found.frame << " at " << found.timeMs / 1000 << "."
-            << std::to_string(1000 + found.timeMs % 1000).substr(1) << " s from the start, " << bytes.size()
-            << " bytes" << (jpeg && found.codec == kCodecMJPEG ? " (the record's own JPEG)" : "") << '\n';
+            << std::to_string(1000 + found.timeMs % 1000).substr(1) << " s from the start, " << bytes.size() << " bytes"
+            << (jpeg && found.codec == kCodecMJPEG ? " (the record's own JPEG)" : "") << '\n';
   return kExitOk;
 }
 

@@ -51,7 +51,8 @@ std::string MissingDatabaseMessage(const std::string& folder, LangHost host) {
 int Install() {
   const LangOptions& o = Options();
   std::string from = o.from.empty() ? FindBuiltDatabases() : o.from;
-  if (from.empty()) throw Failure("cannot find the built language databases beside the program; name them with --from DIR");
+  if (from.empty())
+    throw Failure("cannot find the built language databases beside the program; name them with --from DIR");
   if (from.back() != '/') from += '/';
   const std::string home = GetModulePath();
   nlohmann::json installed = nlohmann::json::array();

@@ -43,8 +43,9 @@ int Tail() {
   const LogOptions& o = Options();
   if (o.lines < 0) throw UsageError("--lines must not be negative");
   // The old generation always sits in the program folder.
-  const std::string path = o.old ? GetModulePath() + "OLD" + o.name
-                                 : (EnableZeploEmbeded() ? dravix::log::EmbeddedBaseFolder() : GetModulePath()) + o.name;
+  const std::string path = o.old
+                               ? GetModulePath() + "OLD" + o.name
+                               : (EnableZeploEmbeded() ? dravix::log::EmbeddedBaseFolder() : GetModulePath()) + o.name;
   std::ifstream in(path, std::ios::binary);
   if (!in) throw Failure("cannot read log " + path);
   std::vector<std::string> lines;
@@ -60,7 +61,8 @@ int Tail() {
 
 void Register(CLI::App& app) {
   CLI::App* log = AddCommand(&app, "log", "append to and read the recorder's text logs");
-  CLI::App* write = AddCommand(log, "write", "append TEXT and \"\\r\\n\" to the log file NAME (the general log)", Write);
+  CLI::App* write =
+      AddCommand(log, "write", "append TEXT and \"\\r\\n\" to the log file NAME (the general log)", Write);
   write->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
   write->add_option("TEXT", Options().text, "the text of the line")->required();
   write->add_flag("--raw", Options().raw, "append TEXT as given, without a line end");

@@ -49,11 +49,16 @@ std::string Hr(HRESULT hr) {
   char buf[32];
   std::snprintf(buf, sizeof buf, "0x%08X", static_cast<unsigned>(hr));
   switch (hr) {
-    case E_FAIL: return std::string("E_FAIL (") + buf + ")";
-    case E_POINTER: return std::string("E_POINTER (") + buf + ")";
-    case E_UNEXPECTED: return std::string("E_UNEXPECTED (") + buf + ")";
-    case E_OUTOFMEMORY: return std::string("E_OUTOFMEMORY (") + buf + ")";
-    default: return buf;
+    case E_FAIL:
+      return std::string("E_FAIL (") + buf + ")";
+    case E_POINTER:
+      return std::string("E_POINTER (") + buf + ")";
+    case E_UNEXPECTED:
+      return std::string("E_UNEXPECTED (") + buf + ")";
+    case E_OUTOFMEMORY:
+      return std::string("E_OUTOFMEMORY (") + buf + ")";
+    default:
+      return buf;
   }
 }
 
@@ -76,9 +81,17 @@ const char* CodecName(int codec) { return codec == kCodecH263 ? "H.263" : codec 
 // --- probe -------------------------------------------------------------------
 
 json ProbeOne(const std::string& path) {
-  json j{{"path", path}, {"start", nullptr}, {"end", nullptr}, {"start_filetime", nullptr},
-         {"end_filetime", nullptr}, {"length_100ns", nullptr}, {"codec", nullptr}, {"size_code", nullptr},
-         {"streams", nullptr}, {"records", nullptr}, {"error", nullptr}};
+  json j{{"path", path},
+         {"start", nullptr},
+         {"end", nullptr},
+         {"start_filetime", nullptr},
+         {"end_filetime", nullptr},
+         {"length_100ns", nullptr},
+         {"codec", nullptr},
+         {"size_code", nullptr},
+         {"streams", nullptr},
+         {"records", nullptr},
+         {"error", nullptr}};
   std::vector<std::string> errors;
   std::string why;
   if (!platform::CheckRegularFile(path, &why)) {
@@ -189,8 +202,8 @@ int Check() {
   json all = json::array();
   for (const std::string& f : g.files) {
     ZMCheckPlan plan;
-    json j{{"path", f}, {"checked", false}, {"repaired", false}, {"index_cut", false}, {"intact", false},
-           {"end", nullptr}, {"error", nullptr}};
+    json j{{"path", f},       {"checked", false}, {"repaired", false}, {"index_cut", false},
+           {"intact", false}, {"end", nullptr},   {"error", nullptr}};
     std::string line = f + ": ";
     std::string why;
     if (!platform::CheckRegularFile(f, &why)) {
@@ -222,9 +235,12 @@ int Check() {
         j["intact"] = intact;
         if (!wrong.empty()) j["error"] = (g.dryRun || plan.writeError.empty() ? "still wrong: " : "") + wrong;
         if (!text.empty()) line += text + "; ";
-        if (intact) line += g.dryRun ? "intact, nothing to repair" : "intact";
-        else if (wrong.empty()) line += "not intact until repaired";
-        else line += (plan.writeError.empty() ? "still wrong: " : "") + wrong;
+        if (intact)
+          line += g.dryRun ? "intact, nothing to repair" : "intact";
+        else if (wrong.empty())
+          line += "not intact until repaired";
+        else
+          line += (plan.writeError.empty() ? "still wrong: " : "") + wrong;
         line += "; reported end " + j["end"].get<std::string>();
         if (!intact) failed = true;
       }
@@ -279,11 +295,10 @@ bool SamePlace(const std::string& a, const std::string& b) {
 // Refuses a destination (or its index) that is the source or one of the
 // names under which a reader looks for the source's index.
 void RefuseOverlap(const std::string& src, const std::string& dst) {
-  const std::vector<std::pair<std::string, std::string>> sources{
-      {src, "the source"},
-      {IndexNameForWriter(src), "the source's index"},
-      {IndexNameLastDotOrAppend(src), "the source's index"},
-      {IndexNameFirstDot(src), "the source's index"}};
+  const std::vector<std::pair<std::string, std::string>> sources{{src, "the source"},
+                                                                 {IndexNameForWriter(src), "the source's index"},
+                                                                 {IndexNameLastDotOrAppend(src), "the source's index"},
+                                                                 {IndexNameFirstDot(src), "the source's index"}};
   const std::string dstIndex = IndexNameForWriter(dst);
   const std::vector<std::pair<std::string, std::string>> outputs{{dst, "the destination " + dst},
                                                                  {dstIndex, "its index " + dstIndex}};
@@ -386,8 +401,7 @@ int Cut() {
 
   // Both files in place as one step: a failure or a kill between the two
   // moves puts the old clip and index back (StagedFolder::CommitFiles).
-  if (!platform::PathExists(stagedIndex))
-    throw Failure("the cut of " + g.src + " made no index; " + untouched);
+  if (!platform::PathExists(stagedIndex)) throw Failure("the cut of " + g.src + " made no index; " + untouched);
   if (!stage.CommitFiles({{FileName(g.dst), g.dst}, {FileName(stagedIndex), dstIndex}}, &why))
     throw Failure(why + "; " + untouched);
   stage.Discard();
@@ -405,19 +419,19 @@ int Cut() {
 void Register(CLI::App& app) {
   const char* kForm = "local time: YYYY-MM-DD hh:mm:ss";
 
-  CLI::App* probe = AddCommand(&app, "probe", "start, end, length, codec, picture size and counts of recordings", Probe);
+  CLI::App* probe =
+      AddCommand(&app, "probe", "start, end, length, codec, picture size and counts of recordings", Probe);
   probe->add_option("FILE", g.files, "recording files")->required();
   AddJsonFlag(probe);
 
-  CLI::App* check = AddCommand(&app, "check",
-                               "check recordings and repair a damaged tail and index in place (files must be closed)",
-                               Check);
+  CLI::App* check = AddCommand(
+      &app, "check", "check recordings and repair a damaged tail and index in place (files must be closed)", Check);
   check->add_option("FILE", g.files, "recording files")->required();
   check->add_flag("--dry-run", g.dryRun, "say what would be repaired and change nothing");
   AddJsonFlag(check);
 
-  CLI::App* cut = AddCommand(&app, "cut", "cut the records between two moments into a new recording (Ctrl-C stops)",
-                             Cut);
+  CLI::App* cut =
+      AddCommand(&app, "cut", "cut the records between two moments into a new recording (Ctrl-C stops)", Cut);
   cut->add_option("SRC", g.src, "source recording")->required();
   cut->add_option("DST", g.dst, "new recording (replaced, with its index, only when the cut is whole)")->required();
   cut->add_option("--from", g.from, kForm)->required();

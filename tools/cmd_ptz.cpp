@@ -77,8 +77,14 @@ int Models() {
     tagPTZDEVICE d;
     const int length = LoadPTZDevice(n, d);
     if (Globals().json) {
-      out.push_back({{"model", n}, {"name", name}, {"code_length", length}, {"codes", CountCodes(d)},
-                     {"baud", d.wBaudRate}, {"bits", d.byBits}, {"parity", d.byParity}, {"stop", d.byStop},
+      out.push_back({{"model", n},
+                     {"name", name},
+                     {"code_length", length},
+                     {"codes", CountCodes(d)},
+                     {"baud", d.wBaudRate},
+                     {"bits", d.byBits},
+                     {"parity", d.byParity},
+                     {"stop", d.byStop},
                      {"no_preset_delay", d.wNoPresetDelay}});
     } else {
       table.Add({std::to_string(n), name, length ? std::to_string(length) : "0 (unusable)",
@@ -107,8 +113,9 @@ std::vector<std::string> Plan(const tagPTZDEVICE& d, int code, int hold, bool no
     return {std::string(kPTZMoveNames[code - 1001]) + "_: " + HexText(d.stop[code - 1001], n), wait};
   if (code >= 128 && code <= 255)
     return {"SetPreset" + std::to_string(code - 128) + ": " + HexText(d.setPreset[code - 128], n), wait};
-  std::vector<std::string> steps{"Preset_: " + HexText(d.presetPrefix, n),
-                                 "FindPreset" + std::to_string(code - 256) + ": " + HexText(d.findPreset[code - 256], n)};
+  std::vector<std::string> steps{
+      "Preset_: " + HexText(d.presetPrefix, n),
+      "FindPreset" + std::to_string(code - 256) + ": " + HexText(d.findPreset[code - 256], n)};
   if (!noPresetDelay) steps.push_back(wait);
   return steps;
 }
@@ -130,8 +137,8 @@ int Send() {
     // Bytes written to a file or a FIFO reach no camera.
     platform::SerialState state;
     if (!probe->GetState(&state, &error))
-      throw Failure(port + " (" + platform::SerialDevicePath(port) + ") is not a serial port: " +
-                    std::strerror(error) + "; nothing was sent");
+      throw Failure(port + " (" + platform::SerialDevicePath(port) + ") is not a serial port: " + std::strerror(error) +
+                    "; nothing was sent");
   }
   ZPTZControl ptz;
   ptz.SetHoldTime(static_cast<DWORD>(o.hold));
@@ -139,8 +146,8 @@ int Send() {
     throw Failure("model " + std::to_string(o.model) + " cannot be used: no CodeLength in [PTZ" +
                   std::to_string(o.model) + "] of " + PTZIniPath());
   const tagPTZDEVICE& d = *ptz.GetDevice();
-  std::cout << "model " << o.model << " on " << port << " (" << platform::SerialDevicePath(port) << "), "
-            << d.wBaudRate << " baud, " << int{d.byBits} << " bits, parity " << ParityText(d.byParity) << ", stop "
+  std::cout << "model " << o.model << " on " << port << " (" << platform::SerialDevicePath(port) << "), " << d.wBaudRate
+            << " baud, " << int{d.byBits} << " bits, parity " << ParityText(d.byParity) << ", stop "
             << StopText(d.byStop) << "\n";
   for (const std::string& step : Plan(d, c, o.hold, d.wNoPresetDelay != 0)) std::cout << "  " << step << "\n";
   ptz.PostCommand(c);

@@ -126,15 +126,13 @@ int RunScale(const ScaleArgs& a) {
     std::vector<BYTE> out(size_t(to.w) * to.h * 3);
     Resample(ppm.size.w, ppm.size.h, to.w, to.h, bytes.data() + ppm.dataOffset, out.data());
     WriteAll(a.out, "P6\n" + std::to_string(to.w) + " " + std::to_string(to.h) + "\n255\n", out);
-    std::cout << a.in << " (PPM " << ppm.size.Text() << ") -> " << a.out << " (PPM " << to.Text()
-              << ", bilinear)\n";
+    std::cout << a.in << " (PPM " << ppm.size.Text() << ") -> " << a.out << " (PPM " << to.Text() << ", bilinear)\n";
     return kExitOk;
   }
   const Size from = ParseSize("--in-size", a.inSize);
   if (a.plane != "y" && a.plane != "uv") throw UsageError("--plane " + a.plane + ": expected y or uv");
   if (to.w > from.w || to.h > from.h) {
-    throw UsageError("--size " + to.Text() + " is larger than --in-size " + from.Text() +
-                     ": planes are only reduced");
+    throw UsageError("--size " + to.Text() + " is larger than --in-size " + from.Text() + ": planes are only reduced");
   }
   const bool uv = a.plane == "uv";
   const size_t need = uv ? size_t(from.w / 2) * (from.h / 2) : size_t(from.w) * from.h;
@@ -142,9 +140,8 @@ int RunScale(const ScaleArgs& a) {
   if (uv && outBytes == 0) throw UsageError("--size " + to.Text() + " has an empty chrominance plane");
   const std::vector<BYTE> bytes = ReadAll(a.in);
   if (bytes.size() != need) {
-    throw Failure(a.in + ": " + std::to_string(bytes.size()) + " bytes, but the " +
-                  (uv ? "chrominance" : "luminance") + " plane of a " + from.Text() + " picture holds " +
-                  std::to_string(need));
+    throw Failure(a.in + ": " + std::to_string(bytes.size()) + " bytes, but the " + (uv ? "chrominance" : "luminance") +
+                  " plane of a " + from.Text() + " picture holds " + std::to_string(need));
   }
   std::vector<BYTE> out(outBytes);
   if (uv) {
@@ -160,14 +157,13 @@ int RunScale(const ScaleArgs& a) {
 
 void RegisterScale(CLI::App& app) {
   static ScaleArgs args;
-  CLI::App* cmd = AddCommand(&app, "scale",
-                             "scale a PPM picture (bilinear) or reduce a raw Y/UV plane (nearest sample)",
-                             [] { return RunScale(args); });
+  CLI::App* cmd =
+      AddCommand(&app, "scale", "scale a PPM picture (bilinear) or reduce a raw Y/UV plane (nearest sample)",
+                 [] { return RunScale(args); });
   cmd->add_option("IN", args.in, "input: a P6 PPM picture, or a raw plane with --in-size")->required();
   cmd->add_option("OUT", args.out, "output, in the input's format")->required();
   cmd->add_option("--size", args.size, "destination picture size")->type_name("WxH")->required();
-  cmd->add_option("--in-size", args.inSize, "IN is a raw 8-bit plane of a picture of this size")
-      ->type_name("WxH");
+  cmd->add_option("--in-size", args.inSize, "IN is a raw 8-bit plane of a picture of this size")->type_name("WxH");
   cmd->add_option("--plane", args.plane, "raw plane kind: y (luminance, default) or uv (4:2:0 chrominance)")
       ->type_name("y|uv");
 }

@@ -9,11 +9,11 @@
 #include "dravix/base/ztime.h"
 #include "dravix/log/ilog.h"
 #include "dravix/platform/clock.h"
+#include "dravix/platform/file_io.h"
 #include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
-#include "dravix/schedule/zschedulemanager.h"
-#include "dravix/platform/file_io.h"
 #include "dravix/schedule/schedule_file.h"
+#include "dravix/schedule/zschedulemanager.h"
 #include "tools/command.h"
 #include "tools/edit.h"
 #include "tools/table.h"
@@ -53,29 +53,42 @@ const char* const kDays[] = {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursd
 
 std::string ModeName(LONG mode) {
   switch (mode) {
-    case kScheduleDaily: return "every day alike";
-    case kScheduleWeekly: return "by day of the week";
-    case kScheduleMonthly: return "by calendar date";
-    default: return "unknown mode " + std::to_string(mode);
+    case kScheduleDaily:
+      return "every day alike";
+    case kScheduleWeekly:
+      return "by day of the week";
+    case kScheduleMonthly:
+      return "by calendar date";
+    default:
+      return "unknown mode " + std::to_string(mode);
   }
 }
 
 std::string WeekTypeName(LONG t) {
   switch (t) {
-    case 0: return "list 0";
-    case kWeekWork: return "work day";
-    case kWeekOff: return "off day";
-    case kWeekSpecial: return "special day";
-    default: return "unknown " + std::to_string(t);
+    case 0:
+      return "list 0";
+    case kWeekWork:
+      return "work day";
+    case kWeekOff:
+      return "off day";
+    case kWeekSpecial:
+      return "special day";
+    default:
+      return "unknown " + std::to_string(t);
   }
 }
 
 std::string MonthTypeName(LONG t) {
   switch (t) {
-    case kMonthWork: return "work day";
-    case kMonthOff: return "off day";
-    case kMonthSpecial: return "special day";
-    default: return "unknown " + std::to_string(t);
+    case kMonthWork:
+      return "work day";
+    case kMonthOff:
+      return "off day";
+    case kMonthSpecial:
+      return "special day";
+    default:
+      return "unknown " + std::to_string(t);
   }
 }
 
@@ -151,8 +164,8 @@ int Show() {
   CheckCamera(o.camera);
   const int c = o.camera;
   const tagDSSCHEDULEOPTION& cam = s->cams[c];
-  std::cout << "Camera " << c << ": " << (cam.nEnabled == 1 ? "enabled" : "not enabled") << ", "
-            << ModeName(cam.nMode) << "\n";
+  std::cout << "Camera " << c << ": " << (cam.nEnabled == 1 ? "enabled" : "not enabled") << ", " << ModeName(cam.nMode)
+            << "\n";
 
   std::cout << "\nWeek" << (cam.nMode == kScheduleWeekly ? "" : " (used in mode 1)") << "\n";
   Table week({"day", "type", "list", "windows"});

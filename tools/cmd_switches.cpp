@@ -50,7 +50,7 @@ int Run() {
     if (Globals().json) {
       out.push_back({{"switch", s.function},
                      {"value", s.rule == SwitchRule::kRatio ? nlohmann::json(s.value())
-                                                           : nlohmann::json(static_cast<unsigned>(s.value()))},
+                                                            : nlohmann::json(static_cast<unsigned>(s.value()))},
                      {"source", source},
                      {"file", s.file},
                      {"section", s.section},

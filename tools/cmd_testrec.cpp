@@ -46,7 +46,8 @@ constexpr Size kSizes[] = {{320, 240}, {640, 240}, {640, 480}, {720, 240}, {720,
 
 std::string SizeList() {
   std::string list;
-  for (const Size& s : kSizes) list += (list.empty() ? "" : ", ") + std::to_string(s.width) + "x" + std::to_string(s.height);
+  for (const Size& s : kSizes)
+    list += (list.empty() ? "" : ", ") + std::to_string(s.width) + "x" + std::to_string(s.height);
   return list;
 }
 
@@ -101,8 +102,8 @@ int WriteNoise(int codec, const Size& size, int64_t startTime) {
   std::string error;
   const HRESULT hr = WriteSampleRecording(g.out.c_str(), o, &stats, &error);
   if (FAILED(hr)) throw Failure("cannot write " + g.out + (error.empty() ? std::string() : ": " + error));
-  std::cout << g.out << ": " << stats.records << " records (" << stats.videoRecords << " video), "
-            << stats.dataLength << " bytes of data, " << stats.indexEntries << " index entries\n";
+  std::cout << g.out << ": " << stats.records << " records (" << stats.videoRecords << " video), " << stats.dataLength
+            << " bytes of data, " << stats.indexEntries << " index entries\n";
   return kExitOk;
 }
 
@@ -130,8 +131,8 @@ int WriteVideo(int codec, const Size& size, int64_t startTime) {
   bar.Finish();
   if (stats.stopped) throw Failure("interrupted: nothing was written to " + g.out);
   if (!ok) throw Failure("cannot write " + g.out + ": " + error);
-  std::cout << g.out << ": " << stats.records << " records (" << stats.videoRecords << " video, " << size.width
-            << "x" << size.height << " " << (codec == kCodecMJPEG ? "MJPEG" : "H.263") << "), " << stats.dataLength
+  std::cout << g.out << ": " << stats.records << " records (" << stats.videoRecords << " video, " << size.width << "x"
+            << size.height << " " << (codec == kCodecMJPEG ? "MJPEG" : "H.263") << "), " << stats.dataLength
             << " bytes of data, " << stats.indexEntries << " index entries\n";
   return kExitOk;
 }
@@ -166,8 +167,7 @@ void Register(CLI::App& app) {
   w->add_option("--seconds", g.seconds, "length, 1 or more")->capture_default_str();
   w->add_option("--start", g.start, "local time of the first picture: YYYY-MM-DD hh:mm:ss (default: now)");
   w->add_option("--codec", g.codec, "h263 or mjpeg")->capture_default_str();
-  w->add_option("--size", g.size, "picture size WxH: " + SizeList() + "; or a size code 0-6")
-      ->capture_default_str();
+  w->add_option("--size", g.size, "picture size WxH: " + SizeList() + "; or a size code 0-6")->capture_default_str();
   w->add_option("--fps", g.fps, "frames per second (a key picture each second)")
       ->check(CLI::Range(1, 100))
       ->capture_default_str();

@@ -2,13 +2,13 @@
 // delete) and the log-in check. Passwords are read from the terminal
 // without echo, or from standard input with --password-stdin, never from
 // the command line; they are stored as their digest string.
-#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/lang_ids.h"
+#include "dravix/platform/file_io.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/platform/secret_input.h"
 #include "dravix/users/iaccountmgr.h"
 #include "dravix/users/password_digest.h"
-#include "dravix/platform/file_io.h"
 #include "tools/command.h"
 #include "tools/edit.h"
 #include "tools/table.h"
@@ -138,7 +138,8 @@ tagDSADDUSER Find(IAccountMgr* m, CUserArray& list, LONG* index) {
   tagDSADDUSER key{};
   users::SetField(key.szName, Opts().name);
   *index = m->SearchUser(key, list);
-  if (*index < 0) throw Failure("no account named \"" + Opts().name + "\" in " + GetModulePath() + users::kUserFileName);
+  if (*index < 0)
+    throw Failure("no account named \"" + Opts().name + "\" in " + GetModulePath() + users::kUserFileName);
   return list[static_cast<size_t>(*index)];
 }
 
@@ -179,7 +180,8 @@ int List() {
   for (size_t i = 0; i < list.size(); ++i) {
     const tagDSADDUSER& u = list[i];
     const UINT level = users::PrivilegeLevel(users::FieldText(u.szPrivilegeLeve));
-    t.Add({std::to_string(i), std::string(users::FieldText(u.szName)), std::to_string(level) + " " + PrivilegeName(level),
+    t.Add({std::to_string(i), std::string(users::FieldText(u.szName)),
+           std::to_string(level) + " " + PrivilegeName(level),
            users::FieldText(u.szPasswords).empty() ? "empty" : "set", std::string(users::FieldText(u.szDescriptin))});
   }
   t.Print(std::cout);
@@ -196,7 +198,8 @@ int Add() {
   users::SetField(u.szDescriptin, o.description);
   CUserArray list;
   m->Load(list);
-  if (m->SearchUser(u, list) >= 0) throw Failure("an account named \"" + o.name + "\" exists already (names ignore case)");
+  if (m->SearchUser(u, list) >= 0)
+    throw Failure("an account named \"" + o.name + "\" exists already (names ignore case)");
   users::SetField(u.szPasswords, StoredPassword(ReadPassword("Password for " + o.name, true)));
   m->Add(u, list);
   SaveAccounts(m, list);

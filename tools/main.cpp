@@ -67,8 +67,7 @@ int Main(int argc, char** argv) {
   app.name("dravix");
   app.require_subcommand(1);
   app.add_option("--home", Globals().home, "program folder")->type_name("DIR");
-  std::stable_sort(Areas().begin(), Areas().end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  std::stable_sort(Areas().begin(), Areas().end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   for (auto& [order, add] : Areas()) add(app);
   try {
     app.parse(argc, argv);

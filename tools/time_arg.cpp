@@ -56,9 +56,9 @@ SYSTEMTIME ParseTimeArg(const std::string& text, const std::string& what) {
 SYSTEMTIME ParseZMTimeArg(long long zm, const std::string& what) {
   const auto unpack = [](long long v, SYSTEMTIME* t) {
     const auto digits = [v](long long unit, long long count) { return static_cast<int>(v / unit % count); };
-    return v >= 0 && MakeTime(static_cast<int>(v / 10000000000000LL), digits(100000000000LL, 100),
-                              digits(1000000000LL, 100), digits(10000000, 100), digits(100000, 100),
-                              digits(1000, 100), digits(1, 1000), t);
+    return v >= 0 &&
+           MakeTime(static_cast<int>(v / 10000000000000LL), digits(100000000000LL, 100), digits(1000000000LL, 100),
+                    digits(10000000, 100), digits(100000, 100), digits(1000, 100), digits(1, 1000), t);
   };
   SYSTEMTIME t{};
   if (unpack(zm, &t)) return t;
@@ -90,8 +90,8 @@ void CheckShiftInRange(const SYSTEMTIME& t, long long seconds, const std::string
 std::string FormatTimeArg(const SYSTEMTIME& t, bool withMilliseconds) {
   char buf[48];
   if (withMilliseconds)
-    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.wYear, t.wMonth, t.wDay, t.wHour,
-                  t.wMinute, t.wSecond, t.wMilliseconds);
+    std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d.%03d", t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute,
+                  t.wSecond, t.wMilliseconds);
   else
     std::snprintf(buf, sizeof buf, "%04d-%02d-%02d %02d:%02d:%02d", t.wYear, t.wMonth, t.wDay, t.wHour, t.wMinute,
                   t.wSecond);

@@ -1,7 +1,7 @@
 // The program folder: every file the library names is this folder followed
 // directly by a file name.
-#include "dravix/base/zfile.h"
 #include "dravix/platform/module_path.h"
+#include "dravix/base/zfile.h"
 
 #include <cstdlib>
 #include <mutex>

@@ -5,8 +5,8 @@
 // without an argument is manual-reset.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/platform/event.h"
+#include "dravix/platform/wintypes.h"
 
 #include <memory>
 

@@ -13,9 +13,9 @@
 // ZThread is neither copyable nor movable.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/base/zcritsec.h"
 #include "dravix/base/zevent.h"
+#include "dravix/platform/wintypes.h"
 
 #include <atomic>
 

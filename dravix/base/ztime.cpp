@@ -146,8 +146,8 @@ int VariantTimeToSystemTime(double daysIn, SYSTEMTIME* t) {
   if (t == nullptr || !std::isfinite(daysIn) || std::fabs(daysIn) > 3.0e6) return 0;
   const double whole = std::trunc(daysIn);
   const double fraction = std::fabs(daysIn - whole);
-  const int64_t seconds = static_cast<int64_t>(whole) * kSecondsPerDay +
-                          static_cast<int64_t>(std::llround(fraction * kSecondsPerDay));
+  const int64_t seconds =
+      static_cast<int64_t>(whole) * kSecondsPerDay + static_cast<int64_t>(std::llround(fraction * kSecondsPerDay));
   return FromOleSeconds(seconds, t) ? 1 : 0;
 }
 
@@ -264,9 +264,18 @@ LONG CompareDate(const SYSTEMTIME& a, const SYSTEMTIME& b) {
 
 UINT TellFromDay(UINT monthNumber, UINT yearNumber) {
   switch (monthNumber) {
-    case 4: case 6: case 9: case 11:
+    case 4:
+    case 6:
+    case 9:
+    case 11:
       return 30;
-    case 1: case 3: case 5: case 7: case 8: case 10: case 12:
+    case 1:
+    case 3:
+    case 5:
+    case 7:
+    case 8:
+    case 10:
+    case 12:
       return 31;
     case 2:
       if (yearNumber % 4 != 0) return 28;

@@ -2,8 +2,8 @@
 // output device and the talk (two-way audio) device.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/cameraoption.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 

@@ -6,10 +6,10 @@
 
 #include <cstddef>
 
-constexpr int kDSMaxCamera = 16;     // cameras per recorder
-constexpr int kDSMaxDevice = 16;     // sensor inputs and relay outputs per camera
-constexpr int kDSMaxNumber = 5;      // numbers or addresses per notification list
-constexpr int kDSImageFilters = 7;   // image-filter values per camera
+constexpr int kDSMaxCamera = 16;       // cameras per recorder
+constexpr int kDSMaxDevice = 16;       // sensor inputs and relay outputs per camera
+constexpr int kDSMaxNumber = 5;        // numbers or addresses per notification list
+constexpr int kDSImageFilters = 7;     // image-filter values per camera
 constexpr LONG kDSFilterOff = -10000;  // image-filter value meaning "not applied"
 
 // Caption overlay of a camera (84 bytes; "DsCaption").
@@ -31,23 +31,23 @@ static_assert(offsetof(tagDSCAPTIONOPTION, clColor) == 80);
 // fax, phone and pager targets, the action switches and the lists.
 struct tagDSACTIONOPTION {
   // "DsMail"
-  char szSTM[32];                          // mail server
-  char szSender[32];                       // mail sender
-  char szRecAdr[kDSMaxNumber][32];         // mail recipients
+  char szSTM[32];                   // mail server
+  char szSender[32];                // mail sender
+  char szRecAdr[kDSMaxNumber][32];  // mail recipients
   // "DsFax"
-  char szFaxComPort[32];                   // fax serial port
-  char szFaxNumber[kDSMaxNumber][32];      // fax numbers
-  char szSelNur[32];                       // selected fax number
+  char szFaxComPort[32];               // fax serial port
+  char szFaxNumber[kDSMaxNumber][32];  // fax numbers
+  char szSelNur[32];                   // selected fax number
   // "DsPhone"
-  char szPhoneComPort[32];                 // phone serial port
-  BYTE byReserved[32];                     // not carried by the document; kept as zero
-  char szTelNur[kDSMaxNumber][32];         // phone numbers
-  char szDefVoicename[260];                // prefix voice file
-  char szVoiceFilename[260];               // message voice file
+  char szPhoneComPort[32];          // phone serial port
+  BYTE byReserved[32];              // not carried by the document; kept as zero
+  char szTelNur[kDSMaxNumber][32];  // phone numbers
+  char szDefVoicename[260];         // prefix voice file
+  char szVoiceFilename[260];        // message voice file
   // pager
-  char szPagerComPort[32];                 // pager serial port
-  char szPagerNumber[kDSMaxNumber][32];    // pager numbers
-  char szContext[260];                     // pager message
+  char szPagerComPort[32];               // pager serial port
+  char szPagerNumber[kDSMaxNumber][32];  // pager numbers
+  char szContext[260];                   // pager message
   // action switches
   BOOL bEmail;
   BOOL bFax;
@@ -81,8 +81,8 @@ static_assert(sizeof(tagDSPTZOPTION) == 48);
 // The 16 sensor inputs or relay outputs a camera uses (576 bytes;
 // "DsEXTDevice" and "DsSensorDevice").
 struct tagDSDEVICEUSE {
-  LONG nDevice[kDSMaxDevice];             // used, per device ("Device%02d")
-  char szDeviceName[kDSMaxDevice][32];    // names ("DeviceName%02d")
+  LONG nDevice[kDSMaxDevice];           // used, per device ("Device%02d")
+  char szDeviceName[kDSMaxDevice][32];  // names ("DeviceName%02d")
 };
 static_assert(sizeof(tagDSDEVICEUSE) == 576);
 
@@ -99,9 +99,9 @@ static_assert(sizeof(tagDSRECORDOPTION) == 20);
 // One camera (3288 bytes; "Camera%d" under "Camera").
 struct tagDSCAMERAOPTION {
   char szName[32];
-  LONG nPrivilege;   // privilege level needed to view
+  LONG nPrivilege;  // privilege level needed to view
   LONG nPriority;
-  LONG nDimension;   // video dimension index
+  LONG nDimension;  // video dimension index
   BOOL bNTSC;
   BOOL bPAL;
   BOOL bPTZ;
@@ -111,7 +111,7 @@ struct tagDSCAMERAOPTION {
   BOOL bConnection;
   BOOL bRecord;
   LONG nRecordMode;
-  LONG nRecordSecond;    // event record length, seconds
+  LONG nRecordSecond;  // event record length, seconds
   BOOL bPreRecoding;
   LONG nPreRecodingSec;
   BOOL bVisual;

@@ -2,8 +2,8 @@
 // camera names (string 4503 + camera number) and the site name.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/lang_ids.h"
+#include "dravix/platform/wintypes.h"
 
 #include <functional>
 #include <string>

@@ -6,11 +6,11 @@
 // option file, so every size and offset below is a file format.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/adduser.h"
 #include "dravix/config/audiooption.h"
 #include "dravix/config/cameraoption.h"
 #include "dravix/config/playeroption.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 
@@ -23,12 +23,12 @@ constexpr int kDSMapWidgets = 48;        // widgets on the map
 
 // Recycling of old recordings (24 bytes; "Recycle" under "General").
 struct tagDSRECYCLEOPTION {
-  BOOL bAutoRecycle;           // "AutoRecycle"
-  BOOL bShowWarningMessage;    // "ShowWarningMessage"
-  LONG nRecycleDay;            // "RecycleDay"
-  BOOL bKeepRecycle;           // "KeepDays": keep-recycle switch
-  BOOL bSpaceFullRecycle;      // "RecycleDays": recycle when the disk is full
-  float fKeepRatio;            // "AutoUpdateRecycleDay": keep ratio, written with "%f"
+  BOOL bAutoRecycle;         // "AutoRecycle"
+  BOOL bShowWarningMessage;  // "ShowWarningMessage"
+  LONG nRecycleDay;          // "RecycleDay"
+  BOOL bKeepRecycle;         // "KeepDays": keep-recycle switch
+  BOOL bSpaceFullRecycle;    // "RecycleDays": recycle when the disk is full
+  float fKeepRatio;          // "AutoUpdateRecycleDay": keep ratio, written with "%f"
 };
 static_assert(sizeof(tagDSRECYCLEOPTION) == 24);
 
@@ -73,8 +73,8 @@ struct tagDSGENERALOPTION {
   BOOL bAutoReset;
   LONG nAutoResetDays;
   SYSTEMTIME stAutoResetTime;
-  BOOL bListPort;        // modem list used
-  LONG nCOMPort[4];      // modem ports
+  BOOL bListPort;    // modem list used
+  LONG nCOMPort[4];  // modem ports
   tagDSDYNAMICIP dsDynamicIP;
 };
 static_assert(sizeof(tagDSGENERALOPTION) == 1728);
@@ -136,7 +136,7 @@ static_assert(offsetof(tagDSDEVICEOPTION, nOutput) == 1760);
 
 // One widget on the map (20 bytes).
 struct tagMAPWIDGET {
-  LONG nWidget;  // "Widget%02d"
+  LONG nWidget;   // "Widget%02d"
   RECT rcWidget;  // "WidgetRect%02d"
 };
 static_assert(sizeof(tagMAPWIDGET) == 20);

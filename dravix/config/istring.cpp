@@ -131,8 +131,7 @@ const char* IString::LoadMultiString(UINT id) {
   if (const auto it = impl_->multiTexts.find(id); it != impl_->multiTexts.end()) return it->second.c_str();
   const dravix::config::LangRow* row = impl_->Find(id);
   if (row == nullptr) return kEmpty;
-  return impl_->multiTexts.emplace(id, MultiLine(row->text.empty() ? row->national : row->text))
-      .first->second.c_str();
+  return impl_->multiTexts.emplace(id, MultiLine(row->text.empty() ? row->national : row->text)).first->second.c_str();
 }
 
 void IString::CloseDataBase() {

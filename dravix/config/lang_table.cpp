@@ -1,8 +1,8 @@
 #include "dravix/config/lang_table.h"
 
-#include "dravix/platform/nocase.h"
 #include "dravix/platform/files.h"
 #include "dravix/platform/ini.h"
+#include "dravix/platform/nocase.h"
 
 #include <algorithm>
 #include <atomic>
@@ -13,8 +13,7 @@
 namespace dravix::config {
 namespace {
 
-constexpr const char* kLanguages[] = {"ENG", "CHT", "CHS", "JPN", "FRA", "TRK",
-                                      "PLK", "PTG", "SKY", "ITA", "GER"};
+constexpr const char* kLanguages[] = {"ENG", "CHT", "CHS", "JPN", "FRA", "TRK", "PLK", "PTG", "SKY", "ITA", "GER"};
 constexpr int kLanguageCount = static_cast<int>(std::size(kLanguages));
 
 std::atomic<long> g_tableReads{0};

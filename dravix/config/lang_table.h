@@ -5,8 +5,8 @@
 // that is not the configured one (tools) or to check the reading rules.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/platform/odbc.h"
+#include "dravix/platform/wintypes.h"
 
 #include <string>
 #include <unordered_map>

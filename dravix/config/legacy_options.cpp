@@ -8,8 +8,8 @@
 #include "dravix/base/zfile.h"
 #include "dravix/config/option_visitor.h"
 #include "dravix/config/xmldoc.h"
-#include "dravix/platform/files.h"
 #include "dravix/platform/file_io.h"
+#include "dravix/platform/files.h"
 
 #include <cstring>
 #include <fstream>
@@ -33,13 +33,13 @@ std::vector<Piece> Pieces(LegacyLayout layout) {
   std::vector<Piece> p;
   if (layout == LegacyLayout::k1500) return {{0, sizeof(tagDSDVROPTION)}};
   if (layout != LegacyLayout::kUnversioned) p.push_back({0, 4});
-  p.push_back({kGeneral + 0, 32});     // site name
-  p.push_back({kGeneral + 32, 28});    // seven General words
-  p.push_back({kGeneral + 60, 24});    // recycle block
-  p.push_back({kGeneral + 84, 804});   // event report
-  p.push_back({kGeneral + 888, 16});   // web and reset words
-  p.push_back({kGeneral + 920, 4});    // modem-list switch
-  p.push_back({kGeneral + 924, 16});   // modem ports
+  p.push_back({kGeneral + 0, 32});    // site name
+  p.push_back({kGeneral + 32, 28});   // seven General words
+  p.push_back({kGeneral + 60, 24});   // recycle block
+  p.push_back({kGeneral + 84, 804});  // event report
+  p.push_back({kGeneral + 888, 16});  // web and reset words
+  p.push_back({kGeneral + 920, 4});   // modem-list switch
+  p.push_back({kGeneral + 924, 16});  // modem ports
   if (layout == LegacyLayout::k1200) {
     p.push_back({kGeneral + 940, 788});  // dynamic IP
     for (int n = 0; n < kDSMaxCamera; ++n) {
@@ -133,12 +133,18 @@ LegacyFileReport ReadRecordFile(const std::string& name, void* record, size_t si
 
 const char* LegacyLayoutName(LegacyLayout layout) {
   switch (layout) {
-    case LegacyLayout::kAbsent: return "absent";
-    case LegacyLayout::k1500: return "1500";
-    case LegacyLayout::k1100: return "1100";
-    case LegacyLayout::k1200: return "1200";
-    case LegacyLayout::kUnversioned: return "unversioned";
-    case LegacyLayout::kRejected: return "rejected";
+    case LegacyLayout::kAbsent:
+      return "absent";
+    case LegacyLayout::k1500:
+      return "1500";
+    case LegacyLayout::k1100:
+      return "1100";
+    case LegacyLayout::k1200:
+      return "1200";
+    case LegacyLayout::kUnversioned:
+      return "unversioned";
+    case LegacyLayout::kRejected:
+      return "rejected";
   }
   return "?";
 }
@@ -158,8 +164,9 @@ LegacyLayout ReadLegacyDVROption(const unsigned char* data, size_t size, tagDSDV
                                  LegacyFileReport* report) {
   LegacyLayout layout = LegacyLayout::kUnversioned;
   if (size >= 4) {
-    const LONG first = static_cast<LONG>(static_cast<uint32_t>(data[0]) | (static_cast<uint32_t>(data[1]) << 8) |
-                                         (static_cast<uint32_t>(data[2]) << 16) | (static_cast<uint32_t>(data[3]) << 24));
+    const LONG first =
+        static_cast<LONG>(static_cast<uint32_t>(data[0]) | (static_cast<uint32_t>(data[1]) << 8) |
+                          (static_cast<uint32_t>(data[2]) << 16) | (static_cast<uint32_t>(data[3]) << 24));
     if (first == 1500) layout = LegacyLayout::k1500;
     if (first == 1100) layout = LegacyLayout::k1100;
     if (first == 1200) layout = LegacyLayout::k1200;
@@ -225,8 +232,8 @@ MigrationReport MigrateLegacyOptions(tagDSZEPLODVROPTION& option, ZXMLMGR& doc) 
 
   // The record files, into what the document holds.
   const LONG audioVersion = option.dsAudioExpress.nVersion;
-  report.files.push_back(ReadRecordFile("AudioOption.zmi", &option.dsAudioExpress, sizeof option.dsAudioExpress,
-                                        &audioVersion));
+  report.files.push_back(
+      ReadRecordFile("AudioOption.zmi", &option.dsAudioExpress, sizeof option.dsAudioExpress, &audioVersion));
   report.files.push_back(
       ReadRecordFile("PlayerAudioOption.zmi", &option.dsPlayerAudio, sizeof option.dsPlayerAudio, nullptr));
   report.files.push_back(ReadRecordFile("TALKOption.zmi", &option.dsTalkOption, sizeof option.dsTalkOption, nullptr));
@@ -234,8 +241,10 @@ MigrationReport MigrateLegacyOptions(tagDSZEPLODVROPTION& option, ZXMLMGR& doc) 
   {
     tagDSPLAYERAUDIO older{};
     LegacyFileReport r = ReadRecordFile("PlayAudioOption.zmi", &older, sizeof older, nullptr);
-    if (r.accepted && !report.files[2].accepted) option.dsPlayerAudio = older;
-    else if (r.accepted) r.note = "superseded by PlayerAudioOption.zmi";
+    if (r.accepted && !report.files[2].accepted)
+      option.dsPlayerAudio = older;
+    else if (r.accepted)
+      r.note = "superseded by PlayerAudioOption.zmi";
     report.files.push_back(r);
   }
   TerminateOptionTexts(option);

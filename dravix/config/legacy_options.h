@@ -49,13 +49,13 @@ size_t LegacyLayoutSize(LegacyLayout layout);
 
 // What one legacy file gave.
 struct LegacyFileReport {
-  std::string file;     // name in the program folder
+  std::string file;                             // name in the program folder
   LegacyLayout layout = LegacyLayout::kAbsent;  // main file only
   bool present = false;
   bool accepted = false;  // read into the record
   bool deleted = false;
-  size_t bytes = 0;       // file size
-  std::string note;       // why rejected, or what the layout lacked
+  size_t bytes = 0;                       // file size
+  std::string note;                       // why rejected, or what the layout lacked
   std::vector<std::string> keptDefaults;  // settings the file had no field for
 };
 

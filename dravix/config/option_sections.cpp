@@ -94,8 +94,7 @@ void VisitAction(OptionVisitor& v, tagDSACTIONOPTION& a) {
   {
     Scope f(v, "DsFax");
     v.CrossedText("ComPort", a.szFaxComPort, sizeof a.szFaxComPort, "", "Com 1");
-    for (int i = 0; i < kDSMaxNumber; ++i)
-      v.Text(Key("Number", i), a.szFaxNumber[i], sizeof a.szFaxNumber[i], "");
+    for (int i = 0; i < kDSMaxNumber; ++i) v.Text(Key("Number", i), a.szFaxNumber[i], sizeof a.szFaxNumber[i], "");
     v.CrossedText("SelNur", a.szSelNur, sizeof a.szSelNur, "Com 1", "");
   }
   {
@@ -169,8 +168,7 @@ void VisitCamera(OptionVisitor& v, tagDSCAMERAOPTION& c, int n) {
   }
   VisitAction(v, c.dsAction);
   VisitCameraCaption(v, c.dsCaption);
-  for (int i = 0; i < kDSImageFilters; ++i)
-    v.Int(Key("ImageFilterValue", i), c.nImageFilterValue[i], kDSFilterOff);
+  for (int i = 0; i < kDSImageFilters; ++i) v.Int(Key("ImageFilterValue", i), c.nImageFilterValue[i], kDSFilterOff);
 }
 
 void VisitTime(OptionVisitor& v, const char* element, SYSTEMTIME& t) {
@@ -441,8 +439,7 @@ void VisitPOS(OptionVisitor& v, tagDSPOSOPTION (&pos)[kDSMaxPOS]) {
     v.Int("nLine", p.nLine, 0);
     v.Bool("bShowOverVideo", p.bShowOverVideo, 0);
     v.Int("nClearupDealy", p.nClearupDealy, 0);
-    for (int cam = 0; cam < kDSMaxCamera; ++cam)
-      v.Bool(Key("bAssociatedCamera", cam), p.bAssociatedCamera[cam], 0);
+    for (int cam = 0; cam < kDSMaxCamera; ++cam) v.Bool(Key("bAssociatedCamera", cam), p.bAssociatedCamera[cam], 0);
     v.Int("nFontSize", p.nFontSize, 12);
     v.Narrow("clColor", p.clColor, kWhite);
   }
@@ -487,8 +484,7 @@ void VisitOptionSections(OptionVisitor& v, tagDSZEPLODVROPTION& option, unsigned
   if (sections & kSectionMap) VisitMap(v, o.dsMap);
   if (sections & kSectionUser) VisitUser(v, o.dsUser);
   if (sections & kSectionAudio) VisitAudio(v, option.dsAudioExpress);
-  if (sections & kSectionPlayer)
-    VisitPlayer(v, option.dsPreference, option.dsPlayerAudio, option.dsTalkOption);
+  if (sections & kSectionPlayer) VisitPlayer(v, option.dsPreference, option.dsPlayerAudio, option.dsTalkOption);
   if (sections & kSectionPOS) VisitPOS(v, o.dsPOS);
 }
 

@@ -9,8 +9,8 @@
 // the default document holds, except where a call says otherwise.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/dvroption.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 #include <string>

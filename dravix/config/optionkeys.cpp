@@ -1,7 +1,7 @@
 #include "dravix/config/optionkeys.h"
 
-#include "dravix/platform/nocase.h"
 #include "dravix/config/optiontext.h"
+#include "dravix/platform/nocase.h"
 
 #include <charconv>
 #include <cmath>
@@ -49,9 +49,7 @@ class Lister final : public PathTracker {
     keys.push_back({PathOf(key), std::string(OptionText(field, cap)), OptionKind::kText, cap - 1});
   }
   // The element ends up holding the switch, which is what a reader sees.
-  void SwitchAndText(std::string_view key, BOOL& value, BOOL def, char*, size_t) override {
-    Bool(key, value, def);
-  }
+  void SwitchAndText(std::string_view key, BOOL& value, BOOL def, char*, size_t) override { Bool(key, value, def); }
 };
 
 bool ParseStrictLong(std::string_view text, LONG& out) {

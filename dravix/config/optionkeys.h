@@ -20,7 +20,7 @@ struct OptionKey {
   std::string path;   // "General/SiteName"
   std::string value;  // as the document writes it
   OptionKind kind;
-  size_t maxLength;   // for texts: the longest text the field holds
+  size_t maxLength;  // for texts: the longest text the field holds
 };
 
 // Every setting of the chosen sections, in document order.

@@ -1,8 +1,8 @@
 // The player's option record ("Player" in the option document).
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/cameraoption.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 
@@ -21,9 +21,9 @@ struct tagDSPREFERENCE {
   BOOL bCaption;           // playback caption on
   BOOL bLoopPlay;          // play in a loop
   BOOL bQuickDisplay;
-  LONG nBackupPeriod;      // days between scheduled backups
+  LONG nBackupPeriod;  // days between scheduled backups
   LONG nBookmarkLength;
-  LONG nTimelineInterval;  // seconds
+  LONG nTimelineInterval;               // seconds
   BOOL bCameraSwitch[4][kDSMaxCamera];  // "M1-%02d" to "M4-%02d"
   BYTE byReserved1[4];
   tagDSPLAYCAPTION dsPlayCaption;

@@ -1,8 +1,8 @@
 #include "dravix/config/switches.h"
 
-#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/platform/ini.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/platform/process.h"
 
 #include <atomic>
@@ -78,29 +78,40 @@ using R = SwitchRule;
 using C = SwitchCaching;
 
 Switch g_bcsoft{"EnableBCSOFT", "LiveTag.ini", "SYSTEM", "BCSOFT", "0", R::kSwitch, C::kFlagReset, 0};
-Switch g_attach{"EnableAttachPicture", "LiveTag.ini", "MAILDIMENSION", "ATTACH_PICTURE", "0", R::kSwitch, C::kFlagReset, 0};
+Switch g_attach{
+    "EnableAttachPicture", "LiveTag.ini", "MAILDIMENSION", "ATTACH_PICTURE", "0", R::kSwitch, C::kFlagReset, 0};
 Switch g_watchdog{"EnableWatchDog", "Live.ini", "MODEL", "WATCHDOG", "0", R::kSwitch, C::kFlagReset, 0};
 Switch g_zeploAudio{"EnableZeploAudio", "Live.ini", "MODEL", "ZEPLOAUDIO", "0", R::kSwitch, C::kKept, 0};
 Switch g_zeploEmbeded{"EnableZeploEmbeded", "Live.ini", "MODEL", "ZEPLOEMBEDED", "0", R::kSwitch, C::kKept, 0};
-Switch g_limitResolution{"EnableLimitResolution", "Live.ini", "MODEL", "LIMIT_RESOLUTION", "0", R::kSwitch, C::kKept, 0};
-Switch g_connectList{"EnableConnectToListServer", "Live.ini", "MODEL", "CONNECT_TO_LISTSERVER", "0", R::kSwitch, C::kEveryCall, 0};
-Switch g_accountList{"EnableAccountFromListServer", "Live.ini", "MODEL", "ACCOUNT_FROM_LISTSERVER", "0", R::kSwitch, C::kEveryCall, 0};
+Switch g_limitResolution{
+    "EnableLimitResolution", "Live.ini", "MODEL", "LIMIT_RESOLUTION", "0", R::kSwitch, C::kKept, 0};
+Switch g_connectList{
+    "EnableConnectToListServer", "Live.ini", "MODEL", "CONNECT_TO_LISTSERVER", "0", R::kSwitch, C::kEveryCall, 0};
+Switch g_accountList{
+    "EnableAccountFromListServer", "Live.ini", "MODEL", "ACCOUNT_FROM_LISTSERVER", "0", R::kSwitch, C::kEveryCall, 0};
 Switch g_zeploRender{"EnableZeploRender", "Live.ini", "MODEL", "ZEPLORENDER", "1", R::kSwitch, C::kKept, 0};
 Switch g_quorl{"EnableQUORL", "OEM.ini", "MODEL", "QUORL", "0", R::kSwitch, C::kKept, 0};
 Switch g_wdReset{"GetWDResetTime", "LiveTag.ini", "SYSTEM", "NORESPONSETIME", "120", R::kNumber, C::kKept, 100};
 Switch g_drawFrame{"EnableDRAW_FRAME", "LiveTag.ini", "DRAW_FRAME", "OPEN", "0", R::kSwitch, C::kKept, 0};
 Switch g_usbCamInv{"EnableUSBCamInv", "LiveTag.ini", "SYSTEM", "USBCAMINV", "0", R::kSwitch, C::kKept, 0};
 Switch g_liveSound{"EnableLiveSound", "Live.ini", "MODEL", "LIVESOUND ", "0", R::kSwitch, C::kKept, 0};
-Switch g_changeDisplay{"IsChangeDisplay", "LiveTag.ini", "NONCHANGEDISPLAY", "NOCHANGE", "0", R::kInverted, C::kKept, 0};
+Switch g_changeDisplay{
+    "IsChangeDisplay", "LiveTag.ini", "NONCHANGEDISPLAY", "NOCHANGE", "0", R::kInverted, C::kKept, 0};
 Switch g_zmCap2R{"EnableZMCap2R", "Live.ini", "MODEL", "ZMCap2R", "0", R::kSwitch, C::kKept, 0};
 Switch g_z7731d{"EnableZ7731D", "LiveTag.ini", "SYSTEM", "Z7731DB", "0", R::kSwitch, C::kKept, 0};
 Switch g_defaultVol{"GetDefaultVol", "LiveTag.ini", "AudioSetting", "Bt878Vol", "3", R::kNumber, C::kKept, 0};
 Switch g_posPage{"EnablePOSPage", "LiveTag.ini", "POSPage", "Enable", "0", R::kSwitch, C::kKept, 0};
 Switch g_oldRecording{"EnableOldRecording", "LiveTag.ini", "OldRecording", "Enable", "0", R::kSwitch, C::kKept, 0};
-Switch g_listAllAudio{"ShowNoInputAudioDevice", "Live.ini", "MODEL", "LIST_ALL_AUDIO_CAPTURE ", "0", R::kNonZero, C::kEveryCall, 0};
-Switch g_keepStorage{"GetKeepStorageSize", "LiveTag.ini", "STORAGE", "KEEP_STORAGE_SIZE", "0.95", R::kRatio, C::kKept, static_cast<double>(0.95f)};
-Switch g_keepRecycle{"GetKeepRecycleSize", "LiveTag.ini", "RECYCLE", "KEEP_RECYCLE_SIZE", "0.03", R::kRatio, C::kKept, static_cast<double>(0.03f)};
-Switch g_posTextMixer{"USING_POS_TEXTMIXER", "LiveTag.ini", "USING_POS_TEXTMIXER", "Enable", "0", R::kSwitch, C::kKept, 0};
+Switch g_listAllAudio{
+    "ShowNoInputAudioDevice", "Live.ini", "MODEL", "LIST_ALL_AUDIO_CAPTURE ", "0", R::kNonZero, C::kEveryCall, 0};
+Switch g_keepStorage{
+    "GetKeepStorageSize",      "LiveTag.ini", "STORAGE", "KEEP_STORAGE_SIZE", "0.95", R::kRatio, C::kKept,
+    static_cast<double>(0.95f)};
+Switch g_keepRecycle{
+    "GetKeepRecycleSize",      "LiveTag.ini", "RECYCLE", "KEEP_RECYCLE_SIZE", "0.03", R::kRatio, C::kKept,
+    static_cast<double>(0.03f)};
+Switch g_posTextMixer{
+    "USING_POS_TEXTMIXER", "LiveTag.ini", "USING_POS_TEXTMIXER", "Enable", "0", R::kSwitch, C::kKept, 0};
 Switch g_defaultPos{"DEFULT_POS_SETTING", "LiveTag.ini", "DEFULT_POS_SETTING", "Enable", "1", R::kSwitch, C::kKept, 0};
 Switch g_eventTag{"ENABLE_EVENT_TAG", "LiveTag.ini", "EVENT_TAG", "Enable", "1", R::kSwitch, C::kKept, 0};
 

@@ -100,9 +100,9 @@ enum class SwitchRule {
 
 // When a switch reads its file.
 enum class SwitchCaching {
-  kKept,          // once per process
-  kFlagReset,     // keeps a read flag but clears it after reading: every call
-  kEveryCall,     // no flag: every call
+  kKept,       // once per process
+  kFlagReset,  // keeps a read flag but clears it after reading: every call
+  kEveryCall,  // no flag: every call
 };
 
 // One row of the switch table, for tools that list the switches.

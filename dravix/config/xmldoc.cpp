@@ -26,8 +26,8 @@
 
 #include "dravix/base/notice.h"
 #include "dravix/base/zfile.h"
-#include "dravix/config/optiontext.h"
 #include "dravix/config/option_visitor.h"
+#include "dravix/config/optiontext.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/platform/file_io.h"
 
@@ -44,8 +44,8 @@
 namespace dravix::config {
 namespace {
 
-constexpr size_t kValueBuffer = 1024;     // a value is read at most 1023 characters deep
-constexpr size_t kIndexThreshold = 6;     // children above which an element is indexed
+constexpr size_t kValueBuffer = 1024;  // a value is read at most 1023 characters deep
+constexpr size_t kIndexThreshold = 6;  // children above which an element is indexed
 
 std::string_view LocalName(const char* name) {
   const char* colon = std::strchr(name, ':');
@@ -274,10 +274,10 @@ bool KeepXmlChars(std::string_view text, std::string* out) {
 // XML 1.0 name.
 bool NameCodePoint(uint32_t c, bool start) {
   if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_' || c == ':') return true;
-  if ((c >= 0xC0 && c <= 0xD6) || (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) ||
-      (c >= 0x370 && c <= 0x37D) || (c >= 0x37F && c <= 0x1FFF) || (c >= 0x200C && c <= 0x200D) ||
-      (c >= 0x2070 && c <= 0x218F) || (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) ||
-      (c >= 0xF900 && c <= 0xFDCF) || (c >= 0xFDF0 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0xEFFFF))
+  if ((c >= 0xC0 && c <= 0xD6) || (c >= 0xD8 && c <= 0xF6) || (c >= 0xF8 && c <= 0x2FF) || (c >= 0x370 && c <= 0x37D) ||
+      (c >= 0x37F && c <= 0x1FFF) || (c >= 0x200C && c <= 0x200D) || (c >= 0x2070 && c <= 0x218F) ||
+      (c >= 0x2C00 && c <= 0x2FEF) || (c >= 0x3001 && c <= 0xD7FF) || (c >= 0xF900 && c <= 0xFDCF) ||
+      (c >= 0xFDF0 && c <= 0xFFFD) || (c >= 0x10000 && c <= 0xEFFFF))
     return true;
   if (start) return false;
   return c == '-' || c == '.' || (c >= '0' && c <= '9') || c == 0xB7 || (c >= 0x300 && c <= 0x36F) ||
@@ -341,8 +341,7 @@ bool MakeTreeWritable(pugi::xml_document& dom) {
       }
       continue;
     }
-    if (type == pugi::node_pcdata || type == pugi::node_cdata || type == pugi::node_comment ||
-        type == pugi::node_pi) {
+    if (type == pugi::node_pcdata || type == pugi::node_cdata || type == pugi::node_comment || type == pugi::node_pi) {
       if (KeepXmlChars(cur.value(), &kept)) cur.set_value(kept.c_str());
     }
     for (pugi::xml_attribute a = cur.first_attribute(); a;) {
@@ -403,9 +402,7 @@ class TreeReader final : public OptionVisitor {
   void Bool(std::string_view key, BOOL& value, BOOL def) override {
     value = (Read(key) ? ParseLong(buf_) : def) == 1 ? 1 : 0;
   }
-  void Float(std::string_view key, float& value, float def) override {
-    value = Read(key) ? ParseFloat(buf_) : def;
-  }
+  void Float(std::string_view key, float& value, float def) override { value = Read(key) ? ParseFloat(buf_) : def; }
   // The whole array is rewritten, so no trace of an older, longer value
   // stays behind the terminator.
   void Text(std::string_view key, char* field, size_t cap, std::string_view def) override {
@@ -435,8 +432,7 @@ class TreeReader final : public OptionVisitor {
 // own forms (the "DsPager" element, the fax values).
 class TreeWriter final : public OptionVisitor {
  public:
-  TreeWriter(pugi::xml_document& dom, ChildFinder& finder, bool defaults)
-      : finder_(finder), defaults_(defaults) {
+  TreeWriter(pugi::xml_document& dom, ChildFinder& finder, bool defaults) : finder_(finder), defaults_(defaults) {
     stack_.push_back(dom);
   }
 
@@ -565,8 +561,8 @@ struct ZXMLMGR::Document {
   void LoadBytes(const void* data, size_t size) {
     EnsureDefaults();
     finder.Clear();
-    const pugi::xml_parse_result r = dom.load_buffer(
-        data, size, pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
+    const pugi::xml_parse_result r =
+        dom.load_buffer(data, size, pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
     if (r) MakeTreeWritable(dom);
     parsed = static_cast<bool>(r) && RootCount() == 1;
     loadError = ParseError(r);
@@ -602,8 +598,8 @@ struct ZXMLMGR::Document {
       // What cannot be read is kept beside the new default document, never
       // just replaced.
       if (!missing && KeepUnreadableDocument(path)) {
-        dravix::base::Notice("DVROPTION: " + path + " could not be read (" + loadError +
-                             "); kept as " + path + ".bad and replaced by the default document\r\n");
+        dravix::base::Notice("DVROPTION: " + path + " could not be read (" + loadError + "); kept as " + path +
+                             ".bad and replaced by the default document\r\n");
       }
       BuildDefault();
       Save(path);
@@ -637,9 +633,7 @@ ZXMLMGR::~ZXMLMGR() = default;
 
 void ZXMLMGR::SetFilename(const char* name) { filename_ = name == nullptr ? std::string() : name; }
 
-std::string ZXMLMGR::GetFilename() const {
-  return filename_.empty() ? GetModulePath() + kOptionFileName : filename_;
-}
+std::string ZXMLMGR::GetFilename() const { return filename_.empty() ? GetModulePath() + kOptionFileName : filename_; }
 
 int ZXMLMGR::LoadOption(tagDSZEPLODVROPTION& option) {
   doc_->Load(GetFilename());

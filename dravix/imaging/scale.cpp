@@ -63,16 +63,14 @@ void TablePickRow(const BYTE* src, const PickTable& plan, BYTE* dst) {
   for (int j = 0; j < plan.bytes; ++j) dst[j] = src[plan.offsets[j]];
 }
 
-void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE*, BYTE* dst, const BYTE*,
-                     int n, double step) {
+void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE*, BYTE* dst, const BYTE*, int n, double step) {
   const double a = static_cast<double>(rowStart);
   for (int x = 0; x < n; ++x) dst[x] = src[static_cast<long long>(a + x * step)];
 }
 
 void ScalarLerpColumns(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE*) {
   for (int b = 0; b < cols.bytes; ++b) {
-    const int sum = v[cols.pairs[2 * b]] * cols.weights[2 * b] +
-                    v[cols.pairs[2 * b + 1]] * cols.weights[2 * b + 1];
+    const int sum = v[cols.pairs[2 * b]] * cols.weights[2 * b] + v[cols.pairs[2 * b + 1]] * cols.weights[2 * b + 1];
     dst[b] = static_cast<BYTE>(sum >> cols.shift);
   }
 }
@@ -97,9 +95,15 @@ void ScalarResampleRow(const GeneralRow& r, BYTE* dst, const BYTE*) {
 }
 
 const RowKernels& ScalarKernels() {
-  static const RowKernels k{ScalarPickStrided, ScalarPickPlane,   BlendRowsScalar,
-                            ScalarLerpColumns, ScalarResampleRow, nullptr,
-                            false,             false,             false};
+  static const RowKernels k{ScalarPickStrided,
+                            ScalarPickPlane,
+                            BlendRowsScalar,
+                            ScalarLerpColumns,
+                            ScalarResampleRow,
+                            nullptr,
+                            false,
+                            false,
+                            false};
   return k;
 }
 
@@ -234,21 +238,18 @@ constexpr double kTableSpanLimit = 1e9;
 
 // Nearest-sample decimation of one plane; sizes are those of the planes, the
 // steps those of the whole picture.
-void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long planeWidth,
-                   long long planeHeight, int outWidth, int outHeight, double hstep,
-                   double vstep) {
+void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long planeWidth, long long planeHeight,
+                   int outWidth, int outHeight, double hstep, double vstep) {
   if (outWidth <= 0 || outHeight <= 0 || planeWidth <= 0 || planeHeight <= 0) return;
   const long long planeBytes = planeWidth * planeHeight;
   BYTE* const dstEnd = dst + static_cast<long long>(outWidth) * outHeight;
-  const bool huge = static_cast<double>(planeBytes) + static_cast<double>(outWidth) * hstep >=
-                    kExactIndexLimit;
+  const bool huge = static_cast<double>(planeBytes) + static_cast<double>(outWidth) * hstep >= kExactIndexLimit;
   const bool unit = hstep == 1.0 && !huge;
   const bool integral = hstep == std::floor(hstep) && hstep < 2147483647.0 && !huge;
-  const bool tabled = k.pick_row != nullptr && !unit && !huge && hstep != 2.0 &&
-                      (!integral || k.strided_tables) && outWidth * hstep < kTableSpanLimit;
+  const bool tabled = k.pick_row != nullptr && !unit && !huge && hstep != 2.0 && (!integral || k.strided_tables) &&
+                      outWidth * hstep < kTableSpanLimit;
   if (tabled) {
-    const TableJob t{src, src + planeBytes, planeWidth, vstep, dst, outWidth, outHeight,
-                     outWidth, hstep};
+    const TableJob t{src, src + planeBytes, planeWidth, vstep, dst, outWidth, outHeight, outWidth, hstep};
     if (integral) {
       const long long k1 = static_cast<long long>(hstep);
       PickThroughTables(k, t, [k1](int x, long long* o) {
@@ -271,8 +272,8 @@ void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long pl
     return;
   }
   if (integral && !unit) {
-    const StridedJob job{src,       src + planeBytes, planeWidth, vstep, dst,
-                         outWidth,  outHeight,        outWidth,   1,     static_cast<int>(hstep)};
+    const StridedJob job{src,      src + planeBytes, planeWidth, vstep, dst,
+                         outWidth, outHeight,        outWidth,   1,     static_cast<int>(hstep)};
     k.pick_strided(job);
     return;
   }
@@ -285,37 +286,33 @@ void DecimatePlane(const RowKernels& k, const BYTE* src, BYTE* dst, long long pl
     } else if (huge) {
       detail::ScalarPickPlane(src, rowStart, nullptr, d, dstEnd, outWidth, hstep);
     } else {
-      const long long lastRead = static_cast<long long>(static_cast<double>(rowStart) +
-                                                        (outWidth - 1) * hstep);
-      k.pick_plane(src, rowStart, src + std::max(planeBytes, lastRead + 1), d, dstEnd, outWidth,
-                   hstep);
+      const long long lastRead = static_cast<long long>(static_cast<double>(rowStart) + (outWidth - 1) * hstep);
+      k.pick_plane(src, rowStart, src + std::max(planeBytes, lastRead + 1), d, dstEnd, outWidth, hstep);
     }
   }
 }
 
-void DownsampleSteps(int srcWidth, int srcHeight, int dstWidth, int dstHeight, double* hstep,
-                     double* vstep) {
+void DownsampleSteps(int srcWidth, int srcHeight, int dstWidth, int dstHeight, double* hstep, double* vstep) {
   *hstep = static_cast<double>(srcWidth) / dstWidth;
   *vstep = static_cast<double>(srcHeight) / dstHeight;
   if (*hstep <= 1.0) *hstep = 1.0;
   if (*vstep <= 1.0) *vstep = 1.0;
 }
 
-void YDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWidth,
-                     int srcHeight, int dstWidth, int dstHeight) {
+void YDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                     int dstHeight) {
   if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
   double hstep, vstep;
   DownsampleSteps(srcWidth, srcHeight, dstWidth, dstHeight, &hstep, &vstep);
   DecimatePlane(k, src, dst, srcWidth, srcHeight, dstWidth, dstHeight, hstep, vstep);
 }
 
-void UVDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWidth,
-                      int srcHeight, int dstWidth, int dstHeight) {
+void UVDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                      int dstHeight) {
   if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
   double hstep, vstep;
   DownsampleSteps(srcWidth, srcHeight, dstWidth, dstHeight, &hstep, &vstep);
-  DecimatePlane(k, src, dst, srcWidth / 2, srcHeight / 2, dstWidth / 2, dstHeight / 2, hstep,
-                vstep);
+  DecimatePlane(k, src, dst, srcWidth / 2, srcHeight / 2, dstWidth / 2, dstHeight / 2, hstep, vstep);
 }
 
 // Rounds to single precision in a way the optimizer cannot drop. GCC 12
@@ -367,10 +364,9 @@ RowPlace PlaceRow(const ResampleGeometry& g, int j) {
 
 void ResamplePoint(const RowKernels& k, const ResampleGeometry& g) {
   const int step = static_cast<int>(g.hratio);
-  if (step != 1 && k.pick_row != nullptr && k.strided_tables &&
-      g.dstStride * g.hratio < kTableSpanLimit) {
-    const TableJob t{g.src, g.srcEnd, g.srcStride, g.vratio, g.dst, g.dstStride, g.dstHeight,
-                     static_cast<int>(g.dstStride), 0.0};
+  if (step != 1 && k.pick_row != nullptr && k.strided_tables && g.dstStride * g.hratio < kTableSpanLimit) {
+    const TableJob t{
+        g.src, g.srcEnd, g.srcStride, g.vratio, g.dst, g.dstStride, g.dstHeight, static_cast<int>(g.dstStride), 0.0};
     const long long pixel = 3LL * step;
     PickThroughTables(k, t, [pixel](int j, long long* o) {
       *o = j / 3 * pixel + j % 3;
@@ -379,22 +375,20 @@ void ResamplePoint(const RowKernels& k, const ResampleGeometry& g) {
     return;
   }
   if (step != 1) {
-    const StridedJob job{g.src,  g.srcEnd,      g.srcStride, g.vratio, g.dst,
-                         g.dstStride, g.dstHeight, g.dstWidth, 3,      step};
+    const StridedJob job{g.src, g.srcEnd, g.srcStride, g.vratio, g.dst, g.dstStride, g.dstHeight, g.dstWidth, 3, step};
     k.pick_strided(job);
     return;
   }
   for (int j = 0; j < g.dstHeight; ++j) {
-    std::memcpy(g.dst + j * g.dstStride, g.src + PlaceRow(g, j).y0 * g.srcStride,
-                static_cast<size_t>(g.dstStride));
+    std::memcpy(g.dst + j * g.dstStride, g.src + PlaceRow(g, j).y0 * g.srcStride, static_cast<size_t>(g.dstStride));
   }
 }
 
 // Fills the column plan of output pixels [first, first + count); returns the
 // first source pixel of the strip and sets *spanBytes to the source bytes it
 // covers.
-int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int shift,
-              LerpColumns* cols, int* spanBytes) {
+int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int shift, LerpColumns* cols,
+              int* spanBytes) {
   const int scale = 1 << hbits;
   const int sx0 = static_cast<int>(first * g.hratio);
   int sxEnd = sx0 + 1;
@@ -415,8 +409,7 @@ int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int sh
   cols->bytes = 3 * count;
   cols->shift = shift;
   // Pad the last block so vector loads of the plan read defined values.
-  const int padded = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock *
-                     detail::kLerpBlock;
+  const int padded = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock * detail::kLerpBlock;
   for (int b = cols->bytes; b < padded; ++b) {
     cols->pairs[2 * b] = cols->pairs[2 * b + 1] = cols->pairs[2 * (cols->bytes - 1)];
     cols->weights[2 * b] = cols->weights[2 * b + 1] = 0;
@@ -437,8 +430,7 @@ int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int sh
 // within 8 (one window) or 16 (two windows) entries of the smallest.
 void PlanLerpLanes(LerpColumns* cols) {
   cols->laneCount = 0;
-  const int lanes = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock *
-                    (detail::kLerpBlock / 4);
+  const int lanes = (cols->bytes + detail::kLerpBlock - 1) / detail::kLerpBlock * (detail::kLerpBlock / 4);
   int widest = 0;
   for (int l = 0; l < lanes; ++l) {
     const int16_t* p = cols->pairs + 8 * l;
@@ -484,8 +476,8 @@ void ResampleGeneral(const RowKernels& k, const ResampleGeometry& g) {
 // Returns false (having written nothing) when a strip would not fit the
 // stack plan; the caller then runs the general formula.
 bool ResampleDyadic(const RowKernels& k, const ResampleGeometry& g, int hbits, int vbits) {
-  const long long perStrip = std::min<long long>(
-      detail::kStripPixels, static_cast<long long>((detail::kSpanPixels - 4) / g.hratio));
+  const long long perStrip =
+      std::min<long long>(detail::kStripPixels, static_cast<long long>((detail::kSpanPixels - 4) / g.hratio));
   if (perStrip < 1) return false;
   const int vscale = 1 << vbits;
   LerpColumns cols;
@@ -499,16 +491,16 @@ bool ResampleDyadic(const RowKernels& k, const ResampleGeometry& g, int hbits, i
     for (int j = 0; j < g.dstHeight; ++j) {
       const RowPlace p = PlaceRow(g, j);
       const int wy = static_cast<int>(p.wy * vscale);
-      k.blend_rows(g.src + p.y0 * g.srcStride + 3LL * sx0, g.src + p.y1 * g.srcStride + 3LL * sx0,
-                   blended, span, vscale - wy, wy);
+      k.blend_rows(g.src + p.y0 * g.srcStride + 3LL * sx0, g.src + p.y1 * g.srcStride + 3LL * sx0, blended, span,
+                   vscale - wy, wy);
       k.lerp_columns(blended, cols, g.dst + j * g.dstStride + 3LL * first, nullptr);
     }
   }
   return true;
 }
 
-void ResampleWith(const RowKernels& k, int srcWidth, int srcHeight, int dstWidth, int dstHeight,
-                  const BYTE* src, BYTE* dst) {
+void ResampleWith(const RowKernels& k, int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src,
+                  BYTE* dst) {
   if (dstWidth <= 0 || dstHeight <= 0 || srcWidth <= 0 || srcHeight <= 0) return;
   ResampleGeometry g;
   g.srcWidth = srcWidth;
@@ -538,7 +530,7 @@ ScalePath BestScalePath() {
   static const ScalePath best = ScalePathAvailable(ScalePath::kAvx512) ? ScalePath::kAvx512
                                 : ScalePathAvailable(ScalePath::kAvx2) ? ScalePath::kAvx2
                                 : ScalePathAvailable(ScalePath::kSse2) ? ScalePath::kSse2
-                                                                        : ScalePath::kScalar;
+                                                                       : ScalePath::kScalar;
   return best;
 }
 
@@ -556,18 +548,17 @@ const char* ScalePathName(ScalePath path) {
   return "scalar";
 }
 
-void YDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,
-                   int dstWidth, int dstHeight) {
+void YDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                   int dstHeight) {
   YDownsampleWith(KernelsFor(path), src, dst, srcWidth, srcHeight, dstWidth, dstHeight);
 }
 
-void UVDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,
-                    int dstWidth, int dstHeight) {
+void UVDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                    int dstHeight) {
   UVDownsampleWith(KernelsFor(path), src, dst, srcWidth, srcHeight, dstWidth, dstHeight);
 }
 
-void ResampleOn(ScalePath path, int srcWidth, int srcHeight, int dstWidth, int dstHeight,
-                const BYTE* src, BYTE* dst) {
+void ResampleOn(ScalePath path, int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src, BYTE* dst) {
   ResampleWith(KernelsFor(path), srcWidth, srcHeight, dstWidth, dstHeight, src, dst);
 }
 
@@ -580,20 +571,14 @@ const RowKernels& Best() {
 
 }  // namespace dravix::imaging
 
-void Y_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
-                  int dstHeight) {
-  dravix::imaging::YDownsampleWith(dravix::imaging::Best(), src, dst, srcWidth, srcHeight,
-                                   dstWidth, dstHeight);
+void Y_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth, int dstHeight) {
+  dravix::imaging::YDownsampleWith(dravix::imaging::Best(), src, dst, srcWidth, srcHeight, dstWidth, dstHeight);
 }
 
-void UV_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
-                   int dstHeight) {
-  dravix::imaging::UVDownsampleWith(dravix::imaging::Best(), src, dst, srcWidth, srcHeight,
-                                    dstWidth, dstHeight);
+void UV_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth, int dstHeight) {
+  dravix::imaging::UVDownsampleWith(dravix::imaging::Best(), src, dst, srcWidth, srcHeight, dstWidth, dstHeight);
 }
 
-void Resample(int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src,
-              BYTE* dst) {
-  dravix::imaging::ResampleWith(dravix::imaging::Best(), srcWidth, srcHeight, dstWidth,
-                                dstHeight, src, dst);
+void Resample(int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src, BYTE* dst) {
+  dravix::imaging::ResampleWith(dravix::imaging::Best(), srcWidth, srcHeight, dstWidth, dstHeight, src, dst);
 }

@@ -24,20 +24,17 @@
 // x * hstep). Never enlarges: a destination larger than the source indexes
 // the source with the destination's coordinates and so reads beyond the
 // source picture. Callers must only ask it to reduce or keep the size.
-void Y_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
-                  int dstHeight);
+void Y_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth, int dstHeight);
 
 // Reduces a chrominance plane of a 4:2:0 picture. All four sizes are those of
 // the whole picture; the steps are those of Y_downsample (whole-picture
 // sizes), applied to the half-size planes: destination byte (y, x) of the
 // (dstWidth / 2) x (dstHeight / 2) plane is source byte
 // trunc(trunc(y * vstep) * (srcWidth / 2) + x * hstep). Same enlarging caveat.
-void UV_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
-                   int dstHeight);
+void UV_downsample(const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth, int dstHeight);
 
 // Bilinear resampling of a packed three-byte picture, enlarging or reducing.
 // Ratios are src / dst rounded to single precision; the vertical weight is
 // rounded to single precision; products and sums are in double precision and
 // each channel is truncated, not rounded. Equal sizes copy the picture.
-void Resample(int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src,
-              BYTE* dst);
+void Resample(int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src, BYTE* dst);

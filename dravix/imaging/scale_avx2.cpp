@@ -81,9 +81,8 @@ void PickStrided(const StridedJob& job) {
 
 // Two 16-byte windows, one per 128-bit lane.
 DRAVIX_AVX2 inline __m256i LoadPair(const BYTE* lo, const BYTE* hi) {
-  return _mm256_inserti128_si256(
-      _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(lo))),
-      _mm_loadu_si128(reinterpret_cast<const __m128i*>(hi)), 1);
+  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(lo))),
+                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(hi)), 1);
 }
 
 template <int kChunks>
@@ -162,17 +161,17 @@ DRAVIX_AVX2 void LerpLanes(const int16_t* v, const LerpColumns& cols, BYTE* dst)
   const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
   int b = 0;
   for (; b + 32 <= cols.bytes; b += 32) {
-    const __m256i w0 = _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift),
-                                          LerpSums<kChunks>(vb, cols, b + 8, shift));
-    const __m256i w1 = _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b + 16, shift),
-                                          LerpSums<kChunks>(vb, cols, b + 24, shift));
+    const __m256i w0 =
+        _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift), LerpSums<kChunks>(vb, cols, b + 8, shift));
+    const __m256i w1 =
+        _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b + 16, shift), LerpSums<kChunks>(vb, cols, b + 24, shift));
     const __m256i out = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(w0, w1), order);
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + b), out);
   }
   for (; b < cols.bytes; b += kLerpBlock) {
     // Words: outputs 0-3, 8-11 | 4-7, 12-15; bytes 0-3, 8-11, 4-7, 12-15.
-    const __m256i words = _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift),
-                                             LerpSums<kChunks>(vb, cols, b + 8, shift));
+    const __m256i words =
+        _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift), LerpSums<kChunks>(vb, cols, b + 8, shift));
     __m128i out = _mm_packus_epi16(_mm256_castsi256_si128(words), _mm256_extracti128_si256(words, 1));
     out = _mm_shuffle_epi32(out, _MM_SHUFFLE(3, 1, 2, 0));
     const int count = std::min(kLerpBlock, cols.bytes - b);
@@ -228,8 +227,8 @@ DRAVIX_AVX2 void ResampleRow(const GeneralRow& r, BYTE* dst, const BYTE* dstEnd)
   const __m256d oned = _mm256_set1_pd(1.0);
   const __m256d four = _mm256_set1_pd(4.0);
   // Drops the fourth byte of each dword: four pixels -> 12 bytes per lane.
-  const __m256i squeeze = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1,
-                                           0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+  const __m256i squeeze = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6, 8,
+                                           9, 10, 12, 13, 14, -1, -1, -1, -1);
   __m256d id = _mm256_set_pd(3, 2, 1, 0);
   for (int i = 0; i < r.dstWidth; i += 8) {
     __m256d wx[2], omx[2];
@@ -283,8 +282,8 @@ bool CpuHasAvx2() {
 }  // namespace
 
 const RowKernels* Avx2Kernels() {
-  static const RowKernels kernels{PickStrided, ScalarPickPlane, BlendRows, Lerp, ResampleRow,
-                                  Avx2PickRow, true,            true,      true};
+  static const RowKernels kernels{PickStrided, ScalarPickPlane, BlendRows, Lerp, ResampleRow, Avx2PickRow, true, true,
+                                  true};
   static const bool available = CpuHasAvx2();
   return available ? &kernels : nullptr;
 }

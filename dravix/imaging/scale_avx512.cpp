@@ -37,8 +37,7 @@ struct Window {
 DRAVIX_AVX512 inline Window LoadWindow(const BYTE* p, const BYTE* readEnd) {
   const long long avail = readEnd - p;
   if (avail >= 128) return {_mm512_loadu_si512(p), _mm512_loadu_si512(p + 64)};
-  return {_mm512_maskz_loadu_epi8(Prefix64(avail), p),
-          _mm512_maskz_loadu_epi8(Prefix64(avail - 64), p + 64)};
+  return {_mm512_maskz_loadu_epi8(Prefix64(avail), p), _mm512_maskz_loadu_epi8(Prefix64(avail - 64), p + 64)};
 }
 
 // Stores the first `count` bytes of v at d; may store all 64 when that stays
@@ -181,16 +180,15 @@ DRAVIX_AVX512 inline __m128i Offsets16(__m512d& xd, __m512d a, __m512d step, __m
   xd = _mm512_add_pd(xd, eight);
   const __m512d s1 = _mm512_sub_pd(_mm512_add_pd(a, _mm512_mul_pd(xd, step)), base);
   xd = _mm512_add_pd(xd, eight);
-  const __m512i both = _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvttpd_epi32(s0)),
-                                          _mm512_cvttpd_epi32(s1), 1);
+  const __m512i both = _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvttpd_epi32(s0)), _mm512_cvttpd_epi32(s1), 1);
   return _mm512_cvtepi32_epi8(both);
 }
 
 // The sum a + x * step is rounded once, as in the scalar formula; since the
 // block base is an integer not above it, trunc(sum - base) = trunc(sum) - base
 // and the subtraction is exact.
-DRAVIX_AVX512 void PickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst,
-                             const BYTE* dstEnd, int n, double step) {
+DRAVIX_AVX512 void PickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst, const BYTE* dstEnd,
+                             int n, double step) {
   int q = 0;
   if (63 * step + 2 <= 127) {
     q = 64;
@@ -249,8 +247,8 @@ DRAVIX_AVX512 void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, co
     const int16_t* w = v + cols.base[blk];
     const __m512i lo = _mm512_loadu_si512(w);
     const __m512i hi = _mm512_loadu_si512(w + 32);
-    const __m512i idx = _mm512_sub_epi16(_mm512_loadu_si512(cols.pairs + 2 * b),
-                                         _mm512_set1_epi16(static_cast<short>(cols.base[blk])));
+    const __m512i idx =
+        _mm512_sub_epi16(_mm512_loadu_si512(cols.pairs + 2 * b), _mm512_set1_epi16(static_cast<short>(cols.base[blk])));
     const __m512i pairs = _mm512_permutex2var_epi16(lo, idx, hi);
     const __m512i sums = _mm512_madd_epi16(pairs, _mm512_loadu_si512(cols.weights + 2 * b));
     const __m128i out = _mm512_cvtepi32_epi8(_mm512_srl_epi32(sums, shift));
@@ -291,8 +289,8 @@ DRAVIX_AVX512 void ResampleRow(const GeneralRow& r, BYTE* dst, const BYTE* dstEn
   const __m512d oned = _mm512_set1_pd(1.0);
   const __m512d eight = _mm512_set1_pd(8.0);
   // Drops the fourth byte of each dword: 8 pixels -> 24 bytes.
-  const __m256i squeeze = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20,
-                                           21, 22, 24, 25, 26, 28, 29, 30, 0, 0, 0, 0, 0, 0, 0, 0);
+  const __m256i squeeze = _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 16, 17, 18, 20, 21, 22, 24, 25, 26,
+                                           28, 29, 30, 0, 0, 0, 0, 0, 0, 0, 0);
   __m512d id = _mm512_set_pd(7, 6, 5, 4, 3, 2, 1, 0);
   for (int i = 0; i < r.dstWidth; i += 8) {
     const __m512d fx = _mm512_mul_pd(id, hr);
@@ -337,7 +335,7 @@ bool CpuHasAvx512() {
 const RowKernels* Avx512Kernels() {
   // Byte permutes beat the AVX2 shuffles for strided picks, the AVX2 column
   // tables beat per-block index arithmetic at non-integral steps.
-  static const RowKernels kernels{PickStrided, PickPlane, BlendRows, Lerp,  ResampleRow,
+  static const RowKernels kernels{PickStrided, PickPlane, BlendRows, Lerp, ResampleRow,
                                   Avx2PickRow, false,     true,      false};
   static const bool available = CpuHasAvx512();
   return available ? &kernels : nullptr;

@@ -13,21 +13,21 @@ namespace dravix::imaging::detail {
 // Column plan of one strip of a dyadic bilinear resample: each output byte
 // is (V[x1 byte] * wx + V[x0 byte] * (2^F - wx)) >> shift, where V is the
 // vertically blended strip of source bytes.
-constexpr int kStripPixels = 512;                 // output pixels per strip
+constexpr int kStripPixels = 512;  // output pixels per strip
 constexpr int kStripBytes = 3 * kStripPixels;
-constexpr int kSpanPixels = 2048;                 // source pixels a strip may cover
+constexpr int kSpanPixels = 2048;  // source pixels a strip may cover
 constexpr int kSpanBytes = 3 * kSpanPixels;
-constexpr int kBlendPad = 64;                     // readable slack after a blended strip
-constexpr int kLerpBlock = 16;                    // output bytes per vector step
+constexpr int kBlendPad = 64;   // readable slack after a blended strip
+constexpr int kLerpBlock = 16;  // output bytes per vector step
 
-constexpr int kLerpLanes = kStripBytes / 4;      // 16-byte lanes of pairs (4 output bytes each)
+constexpr int kLerpLanes = kStripBytes / 4;  // 16-byte lanes of pairs (4 output bytes each)
 
 struct LerpColumns {
-  int bytes = 0;          // output bytes in the strip
-  int shift = 0;          // fractional bits of both weights
-  bool windowed = false;  // every block's indices lie within 64 entries of its base
-  int16_t pairs[2 * kStripBytes];    // (x1 byte, x0 byte) indices into the blended strip
-  int16_t weights[2 * kStripBytes];  // (wx, 2^F - wx)
+  int bytes = 0;                               // output bytes in the strip
+  int shift = 0;                               // fractional bits of both weights
+  bool windowed = false;                       // every block's indices lie within 64 entries of its base
+  int16_t pairs[2 * kStripBytes];              // (x1 byte, x0 byte) indices into the blended strip
+  int16_t weights[2 * kStripBytes];            // (wx, 2^F - wx)
   int32_t base[kStripBytes / kLerpBlock + 1];  // smallest index of each block
   // Byte-shuffle form of `pairs`, filled only for kernels that ask for it
   // (RowKernels::lerp_lanes): the pairs of 4 output bytes (16 bytes) are
@@ -36,7 +36,7 @@ struct LerpColumns {
   // span more than 32 bytes.
   int laneCount = 0;
   int laneChunks = 0;
-  int32_t laneBase[kLerpLanes];                  // byte offset into the blended strip
+  int32_t laneBase[kLerpLanes];                          // byte offset into the blended strip
   alignas(32) uint8_t laneMasks[kLerpLanes / 2][2][32];  // [lane pair][window half][byte]
 };
 
@@ -45,9 +45,9 @@ struct LerpColumns {
 // the row. Rows of a plane whose index sum can round across an integer
 // differently from row to row list those columns in `fragile`; the caller
 // evaluates them per row.
-constexpr int kPickBytes = 2048;                  // output bytes per strip
-constexpr int kPickLanes = kPickBytes / 16 + 2;   // 16-byte output lanes (even count)
-constexpr int kPickChunks = 4;                    // 16-byte source windows a lane may use
+constexpr int kPickBytes = 2048;                 // output bytes per strip
+constexpr int kPickLanes = kPickBytes / 16 + 2;  // 16-byte output lanes (even count)
+constexpr int kPickChunks = 4;                   // 16-byte source windows a lane may use
 
 struct PickTable {
   int bytes = 0;
@@ -73,9 +73,9 @@ struct GeneralRow {
   const BYTE* row1;  // source row y1
   long long avail0;  // bytes readable from row0 (to the end of the picture or more)
   long long avail1;
-  double wy;         // vertical weight, already rounded to single precision
-  double omy;        // 1 - wy
-  double hratio;     // horizontal ratio, already rounded to single precision
+  double wy;      // vertical weight, already rounded to single precision
+  double omy;     // 1 - wy
+  double hratio;  // horizontal ratio, already rounded to single precision
   int srcWidth;
   int dstWidth;
 };
@@ -98,8 +98,8 @@ struct RowKernels {
   // Reads stay below max(job.srcEnd, the last byte the formula reads).
   void (*pick_strided)(const StridedJob& job);
   // dst[x] = src[trunc(a + x * step)] for x < n, a = rowStart as double.
-  void (*pick_plane)(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst,
-                     const BYTE* dstEnd, int n, double step);
+  void (*pick_plane)(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst, const BYTE* dstEnd, int n,
+                     double step);
   // v[i] = r0[i] * w0 + r1[i] * w1 for i < n (w0 + w1 <= 128).
   void (*blend_rows)(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1);
   // Output bytes of one strip of a dyadic resample.
@@ -129,8 +129,8 @@ const RowKernels* Sse2Kernels();
 void Avx2PickRow(const BYTE* src, const PickTable& plan, BYTE* dst);
 
 // Scalar pieces the vector kernels fall back on.
-void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst,
-                     const BYTE* dstEnd, int n, double step);
+void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst, const BYTE* dstEnd, int n,
+                     double step);
 void ScalarLerpColumns(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE* dstEnd);
 void ScalarResampleRow(const GeneralRow& row, BYTE* dst, const BYTE* dstEnd);
 void ScalarPickStrided(const StridedJob& job);

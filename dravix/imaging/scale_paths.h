@@ -22,11 +22,10 @@ const char* ScalePathName(ScalePath path);
 
 // The public functions on a given path. Calling an unavailable path runs the
 // scalar one.
-void YDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,
-                   int dstWidth, int dstHeight);
-void UVDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight,
-                    int dstWidth, int dstHeight);
-void ResampleOn(ScalePath path, int srcWidth, int srcHeight, int dstWidth, int dstHeight,
-                const BYTE* src, BYTE* dst);
+void YDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                   int dstHeight);
+void UVDownsampleOn(ScalePath path, const BYTE* src, BYTE* dst, int srcWidth, int srcHeight, int dstWidth,
+                    int dstHeight);
+void ResampleOn(ScalePath path, int srcWidth, int srcHeight, int dstWidth, int dstHeight, const BYTE* src, BYTE* dst);
 
 }  // namespace dravix::imaging

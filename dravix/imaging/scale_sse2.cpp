@@ -68,10 +68,10 @@ void BlendRows(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1
   for (; i + 16 <= n; i += 16) {
     const __m128i p = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r0 + i));
     const __m128i q = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r1 + i));
-    const __m128i lo = _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(p, zero), a),
-                                     _mm_mullo_epi16(_mm_unpacklo_epi8(q, zero), b));
-    const __m128i hi = _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(p, zero), a),
-                                     _mm_mullo_epi16(_mm_unpackhi_epi8(q, zero), b));
+    const __m128i lo =
+        _mm_add_epi16(_mm_mullo_epi16(_mm_unpacklo_epi8(p, zero), a), _mm_mullo_epi16(_mm_unpacklo_epi8(q, zero), b));
+    const __m128i hi =
+        _mm_add_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(p, zero), a), _mm_mullo_epi16(_mm_unpackhi_epi8(q, zero), b));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(v + i), lo);
     _mm_storeu_si128(reinterpret_cast<__m128i*>(v + i + 8), hi);
   }
@@ -81,9 +81,8 @@ void BlendRows(const BYTE* r0, const BYTE* r1, int16_t* v, int n, int w0, int w1
 }  // namespace
 
 const RowKernels* Sse2Kernels() {
-  static const RowKernels kernels{PickStrided,  ScalarPickPlane, BlendRows, ScalarLerpColumns,
-                                  ScalarResampleRow, TablePickRow, true,    false,
-                                  false};
+  static const RowKernels kernels{
+      PickStrided, ScalarPickPlane, BlendRows, ScalarLerpColumns, ScalarResampleRow, TablePickRow, true, false, false};
   return &kernels;
 }
 

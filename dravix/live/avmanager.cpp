@@ -6,15 +6,15 @@
 // the live channels are made, because making a channel asks for the count.
 #include "dravix/live/avmanager.h"
 
-#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
+#include "dravix/config/switches.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
 #include "dravix/log/ilog.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/platform/media_devices.h"
+#include "dravix/platform/nocase.h"
 #include "dravix/platform/registry.h"
-#include "dravix/config/switches.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -195,7 +195,8 @@ void IAVManager::WriteCardLayout() {
   IBt878Utl* card = IBt878Utl::Instance();
   const int cards = std::clamp(card->GetCardNumber(), 0, 255);
   std::string bytes(4, '\0');
-  for (int i = 0; i < 4; ++i) bytes[static_cast<size_t>(i)] = static_cast<char>((static_cast<unsigned>(cards) >> (8 * i)) & 0xFF);
+  for (int i = 0; i < 4; ++i)
+    bytes[static_cast<size_t>(i)] = static_cast<char>((static_cast<unsigned>(cards) >> (8 * i)) & 0xFF);
   for (int c = 0; c < cards; ++c) bytes.push_back(static_cast<char>(card->GetChipIDOfCard(c) & 0xFF));
   dravix::platform::ReplaceFileAtomically(GetModulePath() + kGPIOInfoName, bytes);
 

@@ -14,9 +14,9 @@
 // first Instance() and GetVideoCount() must come before other threads use it.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/live/videorenderer.h"
 #include "dravix/live/zav.h"
+#include "dravix/platform/wintypes.h"
 
 #include <functional>
 #include <memory>

@@ -53,7 +53,9 @@ int IBt878Utl::GetChipIDOfCard(int card) { return impl_->GetChipIDOfCard(card); 
 int IBt878Utl::GetChipsOfCard(int card) { return impl_->GetChipsOfCard(card); }
 LONG IBt878Utl::BT878Create(int chip) { return impl_->BT878Create(chip); }
 LONG IBt878Utl::BT878Close(int chip) { return impl_->BT878Close(chip); }
-LONG IBt878Utl::BT878WriteGPIO(unsigned int bits, int card, int chip) { return impl_->BT878WriteGPIO(bits, card, chip); }
+LONG IBt878Utl::BT878WriteGPIO(unsigned int bits, int card, int chip) {
+  return impl_->BT878WriteGPIO(bits, card, chip);
+}
 int IBt878Utl::BT878ReadGPIO(unsigned int mask, int card, int chip) { return impl_->BT878ReadGPIO(mask, card, chip); }
 LONG IBt878Utl::SetZeploIO(unsigned int bits, int card, int chip) { return impl_->SetZeploIO(bits, card, chip); }
 int IBt878Utl::GetZeploIO(unsigned int mask, int card, int chip) { return impl_->GetZeploIO(mask, card, chip); }

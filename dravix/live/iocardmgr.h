@@ -17,10 +17,10 @@ constexpr int kZIOMaxCards = 4;
 
 // One card as IOCardInit reports it.
 struct tagZIOCAED {
-  DWORD dwDllID;      // driver the card was selected with (SetDll_ID)
-  LONG nHandle;       // open handle, 0 when closed
-  LONG nInputs;       // digital inputs
-  LONG nOutputs;      // relay outputs
+  DWORD dwDllID;  // driver the card was selected with (SetDll_ID)
+  LONG nHandle;   // open handle, 0 when closed
+  LONG nInputs;   // digital inputs
+  LONG nOutputs;  // relay outputs
   char szName[32];
 };
 

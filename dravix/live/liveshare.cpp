@@ -133,7 +133,8 @@ ZShareMem::ZShareMem() : m_empty{{}, kEndOfList, 0} {
   if (mutex == nullptr) return;
   const tagSHAREFILE end = m_empty;
   std::shared_ptr<dravix::platform::SharedMemory> map = dravix::platform::SharedMemory::Open(
-      kRegionName, kRegionSize, nullptr, [&end](void* view) { Publish(Slots(view)[0], end.name, end.count, end.state); });
+      kRegionName, kRegionSize, nullptr,
+      [&end](void* view) { Publish(Slots(view)[0], end.name, end.count, end.state); });
   if (map == nullptr) return;
   m_view = map->data();
   m_map = std::move(map);

@@ -25,9 +25,9 @@
 // meant to be driven by one thread; PostCommand may also come from others.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/base/zevent.h"
 #include "dravix/live/ptzdevice.h"
+#include "dravix/platform/wintypes.h"
 
 #include <atomic>
 #include <condition_variable>

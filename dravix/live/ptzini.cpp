@@ -26,8 +26,7 @@ int ReadInt(const std::string& file, const std::string& section, const char* key
   return static_cast<int>(GetPrivateProfileIntA(section.c_str(), key, defaultValue, file.c_str()));
 }
 
-PTZCode ReadCode(const std::string& file, const std::string& section, const std::string& key, int length,
-                 bool byByte) {
+PTZCode ReadCode(const std::string& file, const std::string& section, const std::string& key, int length, bool byByte) {
   const auto text = LookupIniValue(file, section, key);
   if (!text) return nullptr;
   PTZCode code(new BYTE[static_cast<size_t>(length)]());
@@ -48,9 +47,7 @@ std::string PTZIniPath() {
   return (ec ? std::string(".") : dir.string()) + "/PTZ.ini";
 }
 
-int GetPTZModelCount() {
-  return static_cast<int>(GetPrivateProfileIntA("COMMON", "NUMBERS", 0, PTZIniPath().c_str()));
-}
+int GetPTZModelCount() { return static_cast<int>(GetPrivateProfileIntA("COMMON", "NUMBERS", 0, PTZIniPath().c_str())); }
 
 int GetPTZModelName(int model, char* name) {
   if (name == nullptr) return 0;

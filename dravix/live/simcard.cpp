@@ -56,10 +56,14 @@ SimCardProfile::SimCardProfile() {
 
 int ChipShift(int inputs) {
   switch (inputs) {
-    case 1: return 0;
-    case 8: return 3;
-    case 16: return 4;
-    default: return 2;
+    case 1:
+      return 0;
+    case 8:
+      return 3;
+    case 16:
+      return 4;
+    default:
+      return 2;
   }
 }
 

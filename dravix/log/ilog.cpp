@@ -16,8 +16,8 @@ T* Single(std::unique_ptr<T>& slot, std::once_flag& once, T* (*make)()) {
 std::once_flag g_log_once, g_schedule_once, g_live_once, g_recycle_once;
 
 // The general log takes the notices of the floors below it.
-[[maybe_unused]] const bool g_notices = (dravix::base::SetNoticeSink([](const std::string& line) { ILog::Instance()->Write(line.c_str()); }),
-                        true);
+[[maybe_unused]] const bool g_notices =
+    (dravix::base::SetNoticeSink([](const std::string& line) { ILog::Instance()->Write(line.c_str()); }), true);
 
 }  // namespace
 

@@ -11,8 +11,8 @@
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/switches.h"
-#include "dravix/platform/files.h"
 #include "dravix/platform/append_file.h"
+#include "dravix/platform/files.h"
 
 #include <cstdarg>
 #include <cstdio>

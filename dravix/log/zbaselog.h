@@ -18,9 +18,9 @@
 // other.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/log/write_gate.h"
 #include "dravix/platform/append_file.h"
+#include "dravix/platform/wintypes.h"
 
 #include <atomic>
 #include <string>

@@ -33,12 +33,18 @@ bool IsJpegFormat(int format) {
 // The J formats are the plain ones with full range, said by the format.
 AVPixelFormat PlainFormat(int format) {
   switch (format) {
-    case AV_PIX_FMT_YUVJ420P: return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_YUVJ422P: return AV_PIX_FMT_YUV422P;
-    case AV_PIX_FMT_YUVJ444P: return AV_PIX_FMT_YUV444P;
-    case AV_PIX_FMT_YUVJ440P: return AV_PIX_FMT_YUV440P;
-    case AV_PIX_FMT_YUVJ411P: return AV_PIX_FMT_YUV411P;
-    default: return static_cast<AVPixelFormat>(format);
+    case AV_PIX_FMT_YUVJ420P:
+      return AV_PIX_FMT_YUV420P;
+    case AV_PIX_FMT_YUVJ422P:
+      return AV_PIX_FMT_YUV422P;
+    case AV_PIX_FMT_YUVJ444P:
+      return AV_PIX_FMT_YUV444P;
+    case AV_PIX_FMT_YUVJ440P:
+      return AV_PIX_FMT_YUV440P;
+    case AV_PIX_FMT_YUVJ411P:
+      return AV_PIX_FMT_YUV411P;
+    default:
+      return static_cast<AVPixelFormat>(format);
   }
 }
 
@@ -67,8 +73,8 @@ struct FrameSource::Impl {
 
   SwsContext* Converter(int srcW, int srcH, int srcFormat, bool srcFull, int dstW, int dstH, AVPixelFormat dstFormat,
                         bool dstFull) {
-    sws = sws_getCachedContext(sws, srcW, srcH, PlainFormat(srcFormat), dstW, dstH, dstFormat, SWS_BILINEAR,
-                               nullptr, nullptr, nullptr);
+    sws = sws_getCachedContext(sws, srcW, srcH, PlainFormat(srcFormat), dstW, dstH, dstFormat, SWS_BILINEAR, nullptr,
+                               nullptr, nullptr);
     if (sws == nullptr) return nullptr;
     int* inv = nullptr;
     int* table = nullptr;

@@ -25,7 +25,7 @@
 namespace dravix::media {
 
 struct FrameSourceOptions {
-  std::string format;  // libavformat input format name; empty: found from the URL
+  std::string format;      // libavformat input format name; empty: found from the URL
   bool fullRange = false;  // luma 0..255 (for MJPEG) instead of 16..235
 };
 

@@ -84,8 +84,7 @@ class Job {
       if (!tone_.Open(AudioSource::ToneUrl(440, ao.sampleRate), ao, &error_))
         return Fail("cannot make the test tone: " + error_);
     }
-    std::vector<ZMStreamFormat> streams{
-        ZMStreamFormat::VideoOfSize(o_.codec, o_.width, o_.height, o_.framesPerSecond)};
+    std::vector<ZMStreamFormat> streams{ZMStreamFormat::VideoOfSize(o_.codec, o_.width, o_.height, o_.framesPerSecond)};
     if (o_.audio) streams.push_back(ZMStreamFormat::Audio());
     return SUCCEEDED(writer_.CreateStaged(path_, o_.startTime, streams, &error_));
   }

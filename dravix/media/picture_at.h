@@ -18,11 +18,11 @@
 namespace dravix::media {
 
 struct PictureAtMoment {
-  int codec = 0;            // kCodecH263 or kCodecMJPEG
-  uint32_t timeMs = 0;      // the record's time from the file's start time
-  uint64_t frame = 0;       // ordinal of the video record, from 0
+  int codec = 0;              // kCodecH263 or kCodecMJPEG
+  uint32_t timeMs = 0;        // the record's time from the file's start time
+  uint64_t frame = 0;         // ordinal of the video record, from 0
   std::vector<uint8_t> jpeg;  // MJPEG: the record's payload, as stored
-  Picture picture;          // decoded (always for H.263; for MJPEG when asked)
+  Picture picture;            // decoded (always for H.263; for MJPEG when asked)
 };
 
 // `fileTime` is a FILETIME on the recording's clock. False with `error`

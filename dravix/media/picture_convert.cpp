@@ -25,8 +25,7 @@ bool Run(const Picture& in, AVPixelFormat dstFormat, bool dstFull, uint8_t* cons
   int* table = nullptr;
   int srcRange = 0, dstRange = 0, brightness = 0, contrast = 0, saturation = 0;
   if (sws_getColorspaceDetails(sws, &inv, &srcRange, &table, &dstRange, &brightness, &contrast, &saturation) >= 0)
-    sws_setColorspaceDetails(sws, inv, in.fullRange ? 1 : 0, table, dstFull ? 1 : 0, brightness, contrast,
-                             saturation);
+    sws_setColorspaceDetails(sws, inv, in.fullRange ? 1 : 0, table, dstFull ? 1 : 0, brightness, contrast, saturation);
   const uint8_t* src[4] = {in.y.data(), in.u.data(), in.v.data(), nullptr};
   const int srcStride[4] = {in.width, in.width / 2, in.width / 2, 0};
   sws_scale(sws, src, srcStride, 0, in.height, dst, dstStride);

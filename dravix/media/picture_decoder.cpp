@@ -54,9 +54,9 @@ struct PictureDecoder::Impl {
       return true;
     }
     // Other chroma layouts (4:2:2 or 4:4:4 JPEG) become 4:2:0 of the same range.
-    sws = sws_getCachedContext(sws, w, h, static_cast<AVPixelFormat>(frame->format), w, h,
-                               full ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr,
-                               nullptr);
+    sws =
+        sws_getCachedContext(sws, w, h, static_cast<AVPixelFormat>(frame->format), w, h,
+                             full ? AV_PIX_FMT_YUVJ420P : AV_PIX_FMT_YUV420P, SWS_BILINEAR, nullptr, nullptr, nullptr);
     if (sws == nullptr) {
       if (error) *error = "cannot convert the decoded pictures";
       return false;

@@ -33,9 +33,9 @@ struct VideoEncoderSettings {
   int width = 0;
   int height = 0;
   uint32_t framesPerSecond = 25;
-  int mjpegQuality = 70;    // the camera's "MJPEGQuality"
-  int zmediaQuality = 0;    // the camera's "ZMediaQuality"
-  uint32_t keyInterval = 0; // H.263 pictures from one key picture to the next; 0: one second
+  int mjpegQuality = 70;     // the camera's "MJPEGQuality"
+  int zmediaQuality = 0;     // the camera's "ZMediaQuality"
+  uint32_t keyInterval = 0;  // H.263 pictures from one key picture to the next; 0: one second
 };
 
 // One compressed picture: the payload of one video record.

@@ -160,7 +160,8 @@ HRESULT PlanZMCheck(const char* path, ZMCheckPlan* plan) {
     return E_FAIL;
   }
   File index;
-  return Walk(path, file, plan, [](File* f, const char* p) { return f->OpenRead(p); }, &index);
+  return Walk(
+      path, file, plan, [](File* f, const char* p) { return f->OpenRead(p); }, &index);
 }
 
 HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan, bool strict) {
@@ -192,13 +193,13 @@ HRESULT ApplyZMCheck(const char* path, ZMCheckPlan* plan, bool strict) {
   // to the same length again. The other order could leave a trimmed header
   // beside an index that points past it, which a check leaves alone.
   if (plan->CutsIndex() && !index.Truncate(plan->indexCutTo)) {
-    plan->writeError = "cannot cut the index " + plan->indexPath + ": " +
-                       platform::FileErrorText(platform::LastFileError());
+    plan->writeError =
+        "cannot cut the index " + plan->indexPath + ": " + platform::FileErrorText(platform::LastFileError());
     return E_FAIL;
   }
   if (plan->RepairsHeader() && !file.PWrite(plan->after.bytes, kZMHeaderSize, 0)) {
-    plan->writeError = "cannot write the header of " + std::string(path) + ": " +
-                       platform::FileErrorText(platform::LastFileError());
+    plan->writeError =
+        "cannot write the header of " + std::string(path) + ": " + platform::FileErrorText(platform::LastFileError());
     return E_FAIL;
   }
   return S_OK;

@@ -37,10 +37,10 @@ extern "C" {
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
-#include <filesystem>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
 
@@ -97,15 +97,15 @@ struct Source {
   ZMHeaderReader reader;
   int64_t start = 0;
   uint64_t dataOffset = 0;
-  uint64_t dataEnd = 0;        // the header's end of data, cut to the file's size
-  bool endIsFileEnd = false;   // the header claims more than the file holds
+  uint64_t dataEnd = 0;       // the header's end of data, cut to the file's size
+  bool endIsFileEnd = false;  // the header claims more than the file holds
   int codec = -1;
   int width = 0, height = 0;
-  int64_t frameTicks = 0;      // nominal frame interval, 0 when unknown
+  int64_t frameTicks = 0;  // nominal frame interval, 0 when unknown
   AudioFormat audio;
   ZMRecordRules rules;
   std::vector<ZMIndexEntry> index;
-  int64_t firstWall = 0;       // wall time of the first record
+  int64_t firstWall = 0;  // wall time of the first record
   bool hasRecords = false;
 };
 
@@ -115,7 +115,8 @@ bool ReadIndex(const std::string& path, uint64_t fileSize, std::vector<ZMIndexEn
   const int64_t size = f.Size();
   if (size <= kZMIndexHeaderSize) return true;
   // An index never holds more entries than its recording could have records.
-  const uint64_t cap = std::min<uint64_t>((size - kZMIndexHeaderSize) / kZMIndexEntrySize, fileSize / kZMRecordHeadSize);
+  const uint64_t cap =
+      std::min<uint64_t>((size - kZMIndexHeaderSize) / kZMIndexEntrySize, fileSize / kZMRecordHeadSize);
   std::vector<uint8_t> bytes(cap * kZMIndexEntrySize);
   const int64_t got = f.PRead(bytes.data(), bytes.size(), kZMIndexHeaderSize);
   if (got < 0) return false;
@@ -136,7 +137,8 @@ std::string OpenSource(Source* s) {
   if (type != std::filesystem::file_type::regular) return "is not a regular file";
   const HRESULT hr = s->reader.Open(s->path.c_str(), &s->file, false);
   if (hr == E_FAIL && !s->file.IsOpen()) return "cannot be opened for reading";
-  if (FAILED(hr)) return hr == E_UNEXPECTED ? "is not a recording (wrong magic or stream tag)" : "has an unreadable header";
+  if (FAILED(hr))
+    return hr == E_UNEXPECTED ? "is not a recording (wrong magic or stream tag)" : "has an unreadable header";
   const ZMFileHeader& h = s->reader.header();
   const auto& streams = s->reader.streams();
   if (streams.empty() || !streams[0].IsVideo()) return "has no video stream first";
@@ -156,8 +158,8 @@ std::string OpenSource(Source* s) {
   s->frameTicks = frame > 0 && frame <= kTicksPerSecond ? frame : 0;
   for (size_t i = 1; i < streams.size(); ++i) {
     const ZMStreamEntry& a = streams[i];
-    if (!(a.MajorType() == kMediaTypeAudio) || !(a.Subtype() == kSubtypePCM) || !(a.FormatType() == kFormatWaveFormatEx) ||
-        a.format.size() < 16)
+    if (!(a.MajorType() == kMediaTypeAudio) || !(a.Subtype() == kSubtypePCM) ||
+        !(a.FormatType() == kFormatWaveFormatEx) || a.format.size() < 16)
       continue;
     AudioFormat f;
     f.stream = static_cast<int>(i);
@@ -314,9 +316,9 @@ class RecordWalk {
 
  private:
   bool Tail() {
-    return Stop("ends with an incomplete record at byte " + std::to_string(pos_) +
-                    " (still being written, or cut short)",
-                false);
+    return Stop(
+        "ends with an incomplete record at byte " + std::to_string(pos_) + " (still being written, or cut short)",
+        false);
   }
   bool Stop(std::string why, bool damaged) {
     stop_ = std::move(why);
@@ -350,11 +352,18 @@ int WriteOut(void* opaque, uint8_t* buf, int size) {
 int64_t SeekOut(void* opaque, int64_t offset, int whence) {
   auto* o = static_cast<OutputFile*>(opaque);
   switch (whence & ~AVSEEK_FORCE) {
-    case AVSEEK_SIZE: return o->size;
-    case SEEK_SET: break;
-    case SEEK_CUR: offset += o->pos; break;
-    case SEEK_END: offset += o->size; break;
-    default: return AVERROR(EINVAL);
+    case AVSEEK_SIZE:
+      return o->size;
+    case SEEK_SET:
+      break;
+    case SEEK_CUR:
+      offset += o->pos;
+      break;
+    case SEEK_END:
+      offset += o->size;
+      break;
+    default:
+      return AVERROR(EINVAL);
   }
   if (offset < 0) return AVERROR(EINVAL);
   o->pos = offset;
@@ -460,8 +469,8 @@ class Exporter {
   OutputFile file_;
   std::unique_ptr<AVFormatContext, FormatDeleter> out_;
   int videoOut_ = -1, audioOut_ = -1, subOut_ = -1;
-  PacketPtr pending_;          // the last video packet, waiting for its duration
-  PacketPtr pendingSub_;       // the caption of the current second, waiting for its end
+  PacketPtr pending_;     // the last video packet, waiting for its duration
+  PacketPtr pendingSub_;  // the caption of the current second, waiting for its end
   int64_t pendingSubEnd_ = 0;
   int64_t lastVideoMs_ = -1;
   int64_t lastAudioMs_ = -1;
@@ -844,8 +853,7 @@ bool Exporter::EncodeAudio(const uint8_t* pcm, size_t bytes, int64_t ms) {
   }
   const size_t samples = bytes / (2 * channels);
   for (size_t i = 0; i < samples; ++i)
-    for (size_t c = 0; c < channels; ++c)
-      fifo_[c].push_back(LoadLE<int16_t>(pcm + 2 * (i * channels + c)) / 32768.0f);
+    for (size_t c = 0; c < channels; ++c) fifo_[c].push_back(LoadLE<int16_t>(pcm + 2 * (i * channels + c)) / 32768.0f);
   while (static_cast<int>(fifo_[0].size()) >= aenc_->frame_size)
     if (!AudioFrame(aenc_->frame_size)) return false;
   return true;
@@ -920,8 +928,10 @@ bool Exporter::Walk() {
         break;
       }
       if (first && previousEnd != INT64_MIN && r.wall - previousEnd > kGapTicks && r.wall >= origin_) {
-        chapters_.push_back({Ms(r.wall), WallText(r.wall) + " after a gap of " +
-                                             std::to_string((r.wall - previousEnd) / kTicksPerSecond) + " s", 2});
+        chapters_.push_back(
+            {Ms(r.wall),
+             WallText(r.wall) + " after a gap of " + std::to_string((r.wall - previousEnd) / kTicksPerSecond) + " s",
+             2});
       }
       first = false;
       while (nextEntry < s.index.size() && s.index[nextEntry].offset <= r.pos) {
@@ -972,9 +982,8 @@ bool Exporter::Finish() {
   } else {
     if (!FlushVideo(-1) || !FlushSubtitle(endMs_)) return false;
     // Chapters: sorted, one per moment, each lasting to the next.
-    std::stable_sort(chapters_.begin(), chapters_.end(), [](const Chapter& a, const Chapter& b) {
-      return a.ms != b.ms ? a.ms < b.ms : a.rank > b.rank;
-    });
+    std::stable_sort(chapters_.begin(), chapters_.end(),
+                     [](const Chapter& a, const Chapter& b) { return a.ms != b.ms ? a.ms < b.ms : a.rank > b.rank; });
     chapters_.erase(std::unique(chapters_.begin(), chapters_.end(),
                                 [](const Chapter& a, const Chapter& b) { return a.ms == b.ms; }),
                     chapters_.end());

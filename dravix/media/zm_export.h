@@ -82,7 +82,7 @@ struct ZMExportReport {
   uint64_t audioRecords = 0;  // audio records read into the output
   uint64_t chapters = 0;
   uint64_t subtitles = 0;
-  int64_t origin = 0;         // FILETIME of time stamp 0
+  int64_t origin = 0;  // FILETIME of time stamp 0
 };
 
 ZMExportReport ExportRecordings(const ZMExportRequest& request);

@@ -117,8 +117,8 @@ int GetVideoData(const char* path, SYSTEMTIME* start, __int64* duration, int* co
   if (s.Subtype() == kSubtypeH263) *codec = kCodecH263;
   if (s.Subtype() == kSubtypeMJPEG) *codec = kCodecMJPEG;
   if (s.FormatType() == kFormatVideoInfo && s.format.size() >= kVihHeight + 4) {
-    const int code = PictureSizeCode(LoadLE<int32_t>(s.format.data() + kVihWidth),
-                                     LoadLE<int32_t>(s.format.data() + kVihHeight));
+    const int code =
+        PictureSizeCode(LoadLE<int32_t>(s.format.data() + kVihWidth), LoadLE<int32_t>(s.format.data() + kVihHeight));
     if (code >= 0) *sizeCode = code;
   }
   return 1;

@@ -27,8 +27,7 @@ bool StartsPicture(ZMPictureCheck check, const uint8_t* payload, size_t availabl
       return available >= 3 && payload[0] == 0x00 && payload[1] == 0x00 && (payload[2] & 0xFC) == 0x80;
     case ZMPictureCheck::kMJPEG:
       // SOI followed by an APP0 marker.
-      return available >= 4 && payload[0] == 0xFF && payload[1] == 0xD8 && payload[2] == 0xFF &&
-             payload[3] == 0xE0;
+      return available >= 4 && payload[0] == 0xFF && payload[1] == 0xD8 && payload[2] == 0xFF && payload[3] == 0xE0;
   }
   return false;
 }

@@ -80,7 +80,8 @@ inline constexpr GUID kSubtypeH263 = {0xD16B2261, 0x393B, 0x11D4, {0xB5, 0xFF, 0
 inline constexpr GUID kSubtypeMJPEG = {0x5BDFBCE8, 0x7C38, 0x11D5, {0x96, 0x8B, 0x00, 0x50, 0xBA, 0xE2, 0x38, 0xCE}};
 inline constexpr GUID kSubtypePCM = {0x00000001, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};
 inline constexpr GUID kFormatVideoInfo = {0x05589F80, 0xC356, 0x11CE, {0xBF, 0x01, 0x00, 0xAA, 0x00, 0x55, 0x59, 0x5A}};
-inline constexpr GUID kFormatWaveFormatEx = {0x05589F81, 0xC356, 0x11CE, {0xBF, 0x01, 0x00, 0xAA, 0x00, 0x55, 0x59, 0x5A}};
+inline constexpr GUID kFormatWaveFormatEx = {
+    0x05589F81, 0xC356, 0x11CE, {0xBF, 0x01, 0x00, 0xAA, 0x00, 0x55, 0x59, 0x5A}};
 
 // Codec codes reported for the two private video subtypes.
 enum ZMCodec : int { kCodecH263 = 0, kCodecMJPEG = 1 };
@@ -170,8 +171,8 @@ ZMPictureCheck PictureCheckFor(const GUID& subtype);
 // The facts a record is judged against.
 struct ZMRecordRules {
   uint32_t streamCount = 0;
-  int64_t durationMs = 0;       // header duration / 10000
-  int videoStream = -1;         // 0 when the first stream is video, else -1
+  int64_t durationMs = 0;  // header duration / 10000
+  int videoStream = -1;    // 0 when the first stream is video, else -1
   ZMPictureCheck picture = ZMPictureCheck::kNone;
 };
 

@@ -108,8 +108,8 @@ HRESULT ZMRecordingWriter::Create(const char* path, int64_t startTime, const std
   return CreateRaw(path, startTime, records, static_cast<uint32_t>(streams.size()), dataOffset);
 }
 
-HRESULT ZMRecordingWriter::CreateStaged(const char* path, int64_t startTime,
-                                        const std::vector<ZMStreamFormat>& streams, std::string* error) {
+HRESULT ZMRecordingWriter::CreateStaged(const char* path, int64_t startTime, const std::vector<ZMStreamFormat>& streams,
+                                        std::string* error) {
   if (streams.empty() || streams.size() > 255) return E_INVALIDARG;
   std::vector<uint8_t> records;
   for (const ZMStreamFormat& s : streams) {
@@ -117,7 +117,8 @@ HRESULT ZMRecordingWriter::CreateStaged(const char* path, int64_t startTime,
     records.insert(records.end(), r.begin(), r.end());
   }
   const bool video = std::memcmp(records.data() + kStrMajorType, "vids", 4) == 0;
-  const ZMPictureCheck picture = video ? PictureCheckFor(LoadGuid(records.data() + kStrSubtype)) : ZMPictureCheck::kNone;
+  const ZMPictureCheck picture =
+      video ? PictureCheckFor(LoadGuid(records.data() + kStrSubtype)) : ZMPictureCheck::kNone;
   return Begin(path, startTime, records, static_cast<uint32_t>(streams.size()), kZMDefaultDataOffset, video, picture,
                true, error);
 }
@@ -126,7 +127,8 @@ HRESULT ZMRecordingWriter::CreateRaw(const char* path, int64_t startTime, const 
                                      uint32_t count, uint32_t dataOffset) {
   if (count == 0 || count > 255 || records.size() < kZMStreamFixedSize) return E_INVALIDARG;
   const bool video = std::memcmp(records.data() + kStrMajorType, "vids", 4) == 0;
-  const ZMPictureCheck picture = video ? PictureCheckFor(LoadGuid(records.data() + kStrSubtype)) : ZMPictureCheck::kNone;
+  const ZMPictureCheck picture =
+      video ? PictureCheckFor(LoadGuid(records.data() + kStrSubtype)) : ZMPictureCheck::kNone;
   return Begin(path, startTime, records, count, dataOffset, video, picture, false, nullptr);
 }
 
@@ -228,8 +230,7 @@ bool ZMRecordingWriter::FlushBuffers() {
   return !failed_;
 }
 
-HRESULT ZMRecordingWriter::AddRecord(uint8_t stream, uint32_t timeMs, const void* payload, uint32_t length,
-                                     bool key) {
+HRESULT ZMRecordingWriter::AddRecord(uint8_t stream, uint32_t timeMs, const void* payload, uint32_t length, bool key) {
   if (!IsOpen()) return E_UNEXPECTED;
   if (payload == nullptr) return E_POINTER;
   if (hasPending_ || stashed_ != 0) return E_UNEXPECTED;  // after a partial appended record

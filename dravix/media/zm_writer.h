@@ -116,8 +116,7 @@ class ZMRecordingWriter {
 
  private:
   HRESULT Begin(const char* path, int64_t startTime, const std::vector<uint8_t>& records, uint32_t count,
-                uint32_t dataOffset, bool firstIsVideo, ZMPictureCheck picture, bool staged,
-                std::string* error);
+                uint32_t dataOffset, bool firstIsVideo, ZMPictureCheck picture, bool staged, std::string* error);
   void ResetState();
   // Index bookkeeping for the record whose head is at file offset `at`.
   void NoteRecord(const ZMRecordHead& h, uint64_t at);
@@ -138,8 +137,8 @@ class ZMRecordingWriter {
   bool videoFirst_ = false;
   ZMPictureCheck picture_ = ZMPictureCheck::kNone;
   int64_t leadIn_ = 0;
-  uint64_t written_ = 0;      // file offset after the last byte handed to us
-  uint64_t recordsEnd_ = 0;   // file offset after the last whole record: the next record's head
+  uint64_t written_ = 0;     // file offset after the last byte handed to us
+  uint64_t recordsEnd_ = 0;  // file offset after the last whole record: the next record's head
   uint8_t stash_[kZMRecordHeadSize] = {};
   size_t stashed_ = 0;        // bytes of a head split across appends
   ZMRecordHead pendingHead_;  // the head at recordsEnd_ whose payload has not all arrived

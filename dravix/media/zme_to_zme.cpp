@@ -93,8 +93,7 @@ bool FinishHeader(const ZMEtoZMEJob& job, int64_t from, uint64_t clipDataLength,
   if (job.owner->m_bStop.load() != 0) return true;
   if (!out.OpenUpdate(job.destination)) return false;
   ZMFileHeader back;
-  if (!out.PWrite(h.bytes, kZMHeaderSize, 0) || out.PRead(back.bytes, kZMHeaderSize, 0) != kZMHeaderSize)
-    return false;
+  if (!out.PWrite(h.bytes, kZMHeaderSize, 0) || out.PRead(back.bytes, kZMHeaderSize, 0) != kZMHeaderSize) return false;
   const int64_t at = back.HeaderLength();
   if (at == 0) return true;
   std::vector<uint8_t> text = TextListBytes(job.textList);
@@ -161,8 +160,8 @@ DWORD RunClipJob(ZMEtoZMEJob& job) {
       stopped = true;
       break;
     }
-    const int64_t want = bytes - copied < static_cast<int64_t>(buffer.size()) ? bytes - copied
-                                                                               : static_cast<int64_t>(buffer.size());
+    const int64_t want =
+        bytes - copied < static_cast<int64_t>(buffer.size()) ? bytes - copied : static_cast<int64_t>(buffer.size());
     const int64_t n = sourceFile.PRead(buffer.data(), static_cast<size_t>(want), WrapAdd(first.record, copied));
     if (n < 0) {
       writer.Close();
@@ -222,8 +221,8 @@ ZMEtoZME& ZMEtoZME::operator=(const ZMEtoZME& other) {
   return *this;
 }
 
-int ZMEtoZME::ConvertZMEToZME(const char* destination, const char* source, const SYSTEMTIME* from,
-                              const SYSTEMTIME* to, const char* textList) {
+int ZMEtoZME::ConvertZMEToZME(const char* destination, const char* source, const SYSTEMTIME* from, const SYSTEMTIME* to,
+                              const char* textList) {
   Wait();  // one job at a time: the parameter block is shared with the worker
   if (!m_pJob || m_pJob->owner != nullptr) m_pJob = std::make_shared<ZMEtoZMEJob>();
   *m_pJob = ZMEtoZMEJob{this, destination, source, from, to, textList};

@@ -1,8 +1,8 @@
 #include "dravix/platform/fault_injection.h"
 
 #include <atomic>
-#include <csignal>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <string>

@@ -46,7 +46,7 @@ bool RemoveEmptyFolder(const std::string& path);  // rmdir
 // (emptied when it cannot be removed). On failure `to` is as it was and
 // `error`, when given, says why.
 bool MoveFileReplacing(const std::string& from, const std::string& to, std::string* error = nullptr);
-void MakeWritable(const std::string& path);       // the "normal" attributes
+void MakeWritable(const std::string& path);  // the "normal" attributes
 
 struct DiskSpace {
   uint64_t freeToCaller;

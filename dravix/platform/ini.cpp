@@ -11,7 +11,6 @@
 
 #include "dravix/platform/atomic_file.h"
 
-
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -231,8 +230,8 @@ std::mutex g_write_mutex;
 
 }  // namespace
 
-DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultText, char* out,
-                               DWORD size, const char* file) {
+DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultText, char* out, DWORD size,
+                               const char* file) {
   IniText ini;
   const bool loaded = file != nullptr && LoadFile(file, ini);
   if (section == nullptr || key == nullptr) {
@@ -332,8 +331,7 @@ std::string ReadIniString(const std::string& file, const std::string& section, c
   return std::string(DefaultText(defaultText.c_str()));
 }
 
-std::optional<std::string> LookupIniValue(const std::string& file, const std::string& section,
-                                          const std::string& key) {
+std::optional<std::string> LookupIniValue(const std::string& file, const std::string& section, const std::string& key) {
   IniText ini;
   if (!LoadFile(file.c_str(), ini)) return std::nullopt;
   if (const auto value = Find(ini, section, key)) return std::string(*value);

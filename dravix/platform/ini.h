@@ -36,8 +36,8 @@ namespace dravix::platform {
 // section: each name NUL-terminated, the list ended by a second NUL; a list
 // that does not fit is cut to size - 2 characters plus two NULs, and
 // size - 2 is returned.
-DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultText, char* out,
-                               DWORD size, const char* file);
+DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultText, char* out, DWORD size,
+                               const char* file);
 // The value read as a decimal integer (leading digits, optional sign);
 // `defaultValue` when absent or empty; 0 when present but not a number.
 UINT GetPrivateProfileIntA(const char* section, const char* key, int defaultValue, const char* file);
@@ -54,7 +54,6 @@ std::string ReadIniString(const std::string& file, const std::string& section, c
 // The value of section/key (whole, trimmed) when the file holds the key;
 // nullopt when the file, the section or the key is missing. Same matching
 // rules as GetPrivateProfileStringA.
-std::optional<std::string> LookupIniValue(const std::string& file, const std::string& section,
-                                          const std::string& key);
+std::optional<std::string> LookupIniValue(const std::string& file, const std::string& section, const std::string& key);
 
 }  // namespace dravix::platform

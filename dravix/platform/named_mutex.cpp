@@ -24,7 +24,7 @@ struct NamedMutex::State {
   int fd = -1;
   std::string path;
   std::recursive_mutex local;  // excludes the threads of this process
-  int depth = 0;                     // recursion of the owning thread
+  int depth = 0;               // recursion of the owning thread
 };
 
 NamedMutex::NamedMutex(std::unique_ptr<State> state) : state_(std::move(state)) {}

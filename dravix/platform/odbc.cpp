@@ -87,26 +87,35 @@ DatabaseFileKind ProbeDatabaseFile(const std::string& path) {
   if (got >= sizeof kSQLiteSignature && std::memcmp(head, kSQLiteSignature, sizeof kSQLiteSignature) == 0)
     return DatabaseFileKind::kSQLite;
   const size_t jetLen = sizeof kJetSignature - 1;
-  if (got >= 4 + jetLen && (std::memcmp(head + 4, kJetSignature, jetLen) == 0 ||
-                            std::memcmp(head + 4, kAceSignature, jetLen) == 0))
+  if (got >= 4 + jetLen &&
+      (std::memcmp(head + 4, kJetSignature, jetLen) == 0 || std::memcmp(head + 4, kAceSignature, jetLen) == 0))
     return DatabaseFileKind::kJet;
   return DatabaseFileKind::kUnknown;
 }
 
 const char* DatabaseFileKindName(DatabaseFileKind kind) {
   switch (kind) {
-    case DatabaseFileKind::kMissing: return "missing";
-    case DatabaseFileKind::kSQLite: return "SQLite";
-    case DatabaseFileKind::kJet: return "Access";
-    case DatabaseFileKind::kUnknown: break;
+    case DatabaseFileKind::kMissing:
+      return "missing";
+    case DatabaseFileKind::kSQLite:
+      return "SQLite";
+    case DatabaseFileKind::kJet:
+      return "Access";
+    case DatabaseFileKind::kUnknown:
+      break;
   }
   return "unknown";
 }
 
 const std::vector<std::string>& DefaultDriverFolders() {
-  static const std::vector<std::string> folders = {
-      "/usr/lib/x86_64-linux-gnu/odbc/", "/usr/lib/aarch64-linux-gnu/odbc/", "/usr/lib/i386-linux-gnu/odbc/",
-      "/usr/lib64/", "/usr/lib/odbc/", "/usr/local/lib/odbc/", "/usr/local/lib/", "/usr/lib/"};
+  static const std::vector<std::string> folders = {"/usr/lib/x86_64-linux-gnu/odbc/",
+                                                   "/usr/lib/aarch64-linux-gnu/odbc/",
+                                                   "/usr/lib/i386-linux-gnu/odbc/",
+                                                   "/usr/lib64/",
+                                                   "/usr/lib/odbc/",
+                                                   "/usr/local/lib/odbc/",
+                                                   "/usr/local/lib/",
+                                                   "/usr/lib/"};
   return folders;
 }
 
@@ -163,8 +172,7 @@ std::optional<FileDriver> DriverForDatabaseFile(const std::string& path, std::st
 }
 
 bool RegisterUserDataSource(const std::string& dsn, const std::string& driver,
-                            const std::vector<std::pair<std::string, std::string>>& attributes,
-                            std::string* error) {
+                            const std::vector<std::pair<std::string, std::string>>& attributes, std::string* error) {
   // The installer takes one block of NUL-terminated "key=value" entries,
   // ended by an empty entry.
   std::string block = "DSN=" + dsn;
@@ -350,8 +358,8 @@ bool OdbcConnection::Run(const std::function<short(void*)>& execute,
           cell.reset();
           break;
         }
-        const bool partial = g == SQL_SUCCESS_WITH_INFO &&
-                             (indicator == SQL_NO_TOTAL || indicator >= static_cast<SQLLEN>(sizeof chunk));
+        const bool partial =
+            g == SQL_SUCCESS_WITH_INFO && (indicator == SQL_NO_TOTAL || indicator >= static_cast<SQLLEN>(sizeof chunk));
         size_t n = std::strlen(chunk);
         if (partial)
           n = sizeof chunk - 1;

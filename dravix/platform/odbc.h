@@ -62,8 +62,7 @@ std::optional<FileDriver> DriverForDatabaseFile(const std::string& path, std::st
 // data source and each attribute into the user odbc.ini. Returns false
 // with the installer's message in `error` when both fail.
 bool RegisterUserDataSource(const std::string& dsn, const std::string& driver,
-                            const std::vector<std::pair<std::string, std::string>>& attributes,
-                            std::string* error);
+                            const std::vector<std::pair<std::string, std::string>>& attributes, std::string* error);
 // A value of a user data source from odbc.ini ("" when absent).
 std::string ReadUserDataSource(const std::string& dsn, const std::string& key);
 

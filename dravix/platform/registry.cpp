@@ -11,8 +11,8 @@ namespace dravix::platform {
 bool RegistrySetDword(const std::string& storeFile, const std::string& root, const std::string& path,
                       const std::string& name, DWORD value) {
   const std::string section = root + "\\" + path;
-  return WritePrivateProfileStringA(section.c_str(), name.c_str(), std::to_string(value).c_str(),
-                                    storeFile.c_str()) != 0;
+  return WritePrivateProfileStringA(section.c_str(), name.c_str(), std::to_string(value).c_str(), storeFile.c_str()) !=
+         0;
 }
 
 std::optional<DWORD> RegistryGetDword(const std::string& storeFile, const std::string& root, const std::string& path,

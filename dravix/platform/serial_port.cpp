@@ -30,14 +30,16 @@ constexpr Speed kSpeeds[] = {
 };
 
 bool SpeedCode(DWORD rate, speed_t* code) {
-  const auto it = std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [rate](const Speed& s) { return s.rate == rate; });
+  const auto it =
+      std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [rate](const Speed& s) { return s.rate == rate; });
   if (it == std::end(kSpeeds)) return false;
   *code = it->code;
   return true;
 }
 
 DWORD SpeedRate(speed_t code) {
-  const auto it = std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [code](const Speed& s) { return s.code == code; });
+  const auto it =
+      std::find_if(std::begin(kSpeeds), std::end(kSpeeds), [code](const Speed& s) { return s.code == code; });
   return it == std::end(kSpeeds) ? 0 : it->rate;
 }
 
@@ -62,8 +64,7 @@ bool WaitFd(int fd, short events, int timeoutMs) {
 }  // namespace
 
 std::string SerialDevicePath(const std::string& port) {
-  if (port.size() < 4 || (port[0] | 0x20) != 'c' || (port[1] | 0x20) != 'o' || (port[2] | 0x20) != 'm')
-    return "";
+  if (port.size() < 4 || (port[0] | 0x20) != 'c' || (port[1] | 0x20) != 'o' || (port[2] | 0x20) != 'm') return "";
   const std::string digits = port.substr(3);
   if (digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos) return "";
   const long n = std::strtol(digits.c_str(), nullptr, 10);
@@ -104,10 +105,18 @@ bool SerialPort::GetState(SerialState* state, int* error) const {
   }
   state->baudRate = SpeedRate(cfgetospeed(&t));
   switch (t.c_cflag & CSIZE) {
-    case CS5: state->byteSize = 5; break;
-    case CS6: state->byteSize = 6; break;
-    case CS7: state->byteSize = 7; break;
-    default: state->byteSize = 8; break;
+    case CS5:
+      state->byteSize = 5;
+      break;
+    case CS6:
+      state->byteSize = 6;
+      break;
+    case CS7:
+      state->byteSize = 7;
+      break;
+    default:
+      state->byteSize = 8;
+      break;
   }
   if (!(t.c_cflag & PARENB))
     state->parity = NOPARITY;
@@ -133,11 +142,20 @@ bool SerialPort::SetState(const SerialState& state) {
   static constexpr tcflag_t kSizes[] = {CS5, CS6, CS7, CS8};
   t.c_cflag |= kSizes[state.byteSize - 5];
   switch (state.parity) {
-    case ODDPARITY: t.c_cflag |= PARENB | PARODD; break;
-    case EVENPARITY: t.c_cflag |= PARENB; break;
-    case MARKPARITY: t.c_cflag |= PARENB | CMSPAR | PARODD; break;
-    case SPACEPARITY: t.c_cflag |= PARENB | CMSPAR; break;
-    default: break;
+    case ODDPARITY:
+      t.c_cflag |= PARENB | PARODD;
+      break;
+    case EVENPARITY:
+      t.c_cflag |= PARENB;
+      break;
+    case MARKPARITY:
+      t.c_cflag |= PARENB | CMSPAR | PARODD;
+      break;
+    case SPACEPARITY:
+      t.c_cflag |= PARENB | CMSPAR;
+      break;
+    default:
+      break;
   }
   if (state.stopBits != ONESTOPBIT) t.c_cflag |= CSTOPB;  // 1.5 has no termios form: two
   t.c_cc[VMIN] = 0;
@@ -149,10 +167,10 @@ bool SerialPort::SetState(const SerialState& state) {
   // which nothing else would change. The line is set when all the rest took.
   termios now{};
   constexpr tcflag_t kFixedByPty = CSIZE | PARENB;
-  return errno == EINVAL && tcgetattr(fd_, &now) == 0 && cfgetospeed(&now) == speed &&
-         cfgetispeed(&now) == speed && (now.c_cflag & ~kFixedByPty) == (t.c_cflag & ~kFixedByPty) &&
-         now.c_iflag == t.c_iflag && now.c_oflag == t.c_oflag && now.c_lflag == t.c_lflag &&
-         now.c_cc[VMIN] == t.c_cc[VMIN] && now.c_cc[VTIME] == t.c_cc[VTIME];
+  return errno == EINVAL && tcgetattr(fd_, &now) == 0 && cfgetospeed(&now) == speed && cfgetispeed(&now) == speed &&
+         (now.c_cflag & ~kFixedByPty) == (t.c_cflag & ~kFixedByPty) && now.c_iflag == t.c_iflag &&
+         now.c_oflag == t.c_oflag && now.c_lflag == t.c_lflag && now.c_cc[VMIN] == t.c_cc[VMIN] &&
+         now.c_cc[VTIME] == t.c_cc[VTIME];
 }
 
 bool SerialPort::SetTimeouts(const SerialTimeouts& timeouts) {

@@ -100,8 +100,7 @@ bool SharedMemory::Exists(const std::string& name) {
 
 SharedMemory::~SharedMemory() {
   munmap(data_, size_);
-  if (OfdLock(fd_, F_WRLCK, kGateByte, true) && OfdLock(fd_, F_WRLCK, kPresenceByte, false) &&
-      StillNamed(fd_, path_))
+  if (OfdLock(fd_, F_WRLCK, kGateByte, true) && OfdLock(fd_, F_WRLCK, kPresenceByte, false) && StillNamed(fd_, path_))
     shm_unlink(ShmName(path_).c_str());
   close(fd_);
 }

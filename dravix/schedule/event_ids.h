@@ -15,7 +15,7 @@ enum EventId : UINT {
   kEventBoundary = 14,       // a schedule period begins or ends (second parameter 0)
   kEventState15 = 15,        // schedule-state changes, paired with 6 at period ends
   kEventState16 = 16,
-  kEventShowView = 900,      // show the next queued event view
+  kEventShowView = 900,  // show the next queued event view
 };
 
 // What an id means in a few words ("start recording"), or nullptr for an

@@ -222,8 +222,8 @@ void IDispatcher::RemoveDoneEvents() {
   if (m_timeEvents[0].done != 0) m_timeEvents.erase(m_timeEvents.begin());
   // Index 0 is kept either way: it was not done, or it just moved there.
   if (m_timeEvents.size() <= 1) return;
-  const auto end = std::remove_if(m_timeEvents.begin() + 1, m_timeEvents.end(),
-                                  [](const TimeEvent& e) { return e.done != 0; });
+  const auto end =
+      std::remove_if(m_timeEvents.begin() + 1, m_timeEvents.end(), [](const TimeEvent& e) { return e.done != 0; });
   m_timeEvents.erase(end, m_timeEvents.end());
 }
 
@@ -266,9 +266,8 @@ void IDispatcher::AddToEventViewQueue(int first, int second, int priority) {
 
 BOOL IDispatcher::SearchInnerEvent(int first, int second) {
   std::lock_guard<std::mutex> guard(m_viewMutex);
-  const auto it = std::find_if(m_viewQueue.begin(), m_viewQueue.end(), [&](const tagDSSINGLEVIEWCHANGE& v) {
-    return v.first == first && v.second == second;
-  });
+  const auto it = std::find_if(m_viewQueue.begin(), m_viewQueue.end(),
+                               [&](const tagDSSINGLEVIEWCHANGE& v) { return v.first == first && v.second == second; });
   if (it == m_viewQueue.end()) return FALSE;
   m_viewQueue.erase(it);
   return TRUE;

@@ -23,8 +23,8 @@
 // both threads.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/base/zcritsec.h"
+#include "dravix/platform/wintypes.h"
 #include "dravix/schedule/zhandler.h"
 
 #include <atomic>

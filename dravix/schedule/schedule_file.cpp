@@ -96,8 +96,9 @@ bool ReadCount(Reader& r, size_t elementSize, const std::string& what, size_t* c
     return false;
   }
   if (n > r.left() / elementSize) {
-    *error = what + ": count " + std::to_string(n) + " needs " + std::to_string(static_cast<uint64_t>(n) * elementSize) +
-             " bytes, only " + std::to_string(r.left()) + " left";
+    *error = what + ": count " + std::to_string(n) + " needs " +
+             std::to_string(static_cast<uint64_t>(n) * elementSize) + " bytes, only " + std::to_string(r.left()) +
+             " left";
     return false;
   }
   *count = n;
@@ -143,8 +144,8 @@ void ReadOldTask(Reader& r, tagDSWORKTASK* t) {
   r.Bytes(a.szPagerComPort, sizeof(a.szPagerComPort));
   r.Bytes(a.szPagerNumber, sizeof(a.szPagerNumber));
   r.Bytes(a.szContext, sizeof(a.szContext));
-  for (BOOL* b : {&a.bEmail, &a.bFax, &a.bPhone, &a.bPager, &a.bAlarm, &a.bLoop, &a.bFlash, &a.bFlashMotion,
-                  &a.bSingleView})
+  for (BOOL* b :
+       {&a.bEmail, &a.bFax, &a.bPhone, &a.bPager, &a.bAlarm, &a.bLoop, &a.bFlash, &a.bFlashMotion, &a.bSingleView})
     *b = r.I32();
   a.nDelaySec = r.I32();
   a.nAlarmID = r.I32();

@@ -3,8 +3,8 @@
 // the periods the manager has posted to the dispatcher.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/cameraoption.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 #include <vector>

@@ -27,10 +27,10 @@
 #include "dravix/base/ztime.h"
 #include "dravix/log/ilog.h"
 #include "dravix/platform/atomic_file.h"
+#include "dravix/platform/file_io.h"
 #include "dravix/platform/files.h"
 #include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
-#include "dravix/platform/file_io.h"
 
 #include <cstdio>
 #include <filesystem>
@@ -302,12 +302,15 @@ int ZScheduleManager::GetScheduleSetting(int camera, std::string& name) {
   const SYSTEMTIME now = GetSysTime();
   // Every offer of the day gets its turn, unlike the plain check. List 0
   // has no settings-file name, so a week day of type 0 never answers here.
-  return ForEachListOfDay(m_camera[camera].nMode, camera, now, [&](int list) {
-    SYSTEMTIME start{};
-    if (list <= 0 || !CheckTaskWork(m_list[list], now, start)) return false;
-    name = VisualFileName(camera, list, start);
-    return true;
-  }) ? 1 : 0;
+  return ForEachListOfDay(m_camera[camera].nMode, camera, now,
+                          [&](int list) {
+                            SYSTEMTIME start{};
+                            if (list <= 0 || !CheckTaskWork(m_list[list], now, start)) return false;
+                            name = VisualFileName(camera, list, start);
+                            return true;
+                          })
+             ? 1
+             : 0;
 }
 
 // ------------------------------------------------------------------ posting

@@ -9,8 +9,8 @@
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/iocardmgr.h"
 #include "dravix/platform/atomic_file.h"
-#include "dravix/platform/ini.h"
 #include "dravix/platform/file_io.h"
+#include "dravix/platform/ini.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -64,7 +64,8 @@ ISetting::ISetting() {
   m_nVideoChannels = av->GetVideoCount();
   const int audio = std::min(av->GetAudioCount(), kDSRecordDevices);
   whole->dsAudioExpress.nAudioRecDevCount = audio;
-  for (int i = 0; i < audio; ++i) CopyText(whole->dsAudioExpress.dsRecordDevice[i].szDeviceName, av->GetAuioDeviceName(i));
+  for (int i = 0; i < audio; ++i)
+    CopyText(whole->dsAudioExpress.dsRecordDevice[i].szDeviceName, av->GetAuioDeviceName(i));
   char quick[16];
   GetPrivateProfileStringA("QuickDisplay", "VALUE", "", quick, sizeof quick, Ini("Live.ini").c_str());
   whole->dsDVROption.dsGeneral.bQuickDisplay = std::strcmp(quick, "TRUE") == 0 ? 1 : 0;
@@ -355,7 +356,8 @@ int ISetting::CreateAudDviceZMI() {
   IAVManager* av = IAVManager::Instance();
   const int count = av->GetAudioCount();
   std::string bytes(4, '\0');
-  for (int i = 0; i < 4; ++i) bytes[static_cast<size_t>(i)] = static_cast<char>((static_cast<unsigned>(count) >> (8 * i)) & 0xFF);
+  for (int i = 0; i < 4; ++i)
+    bytes[static_cast<size_t>(i)] = static_cast<char>((static_cast<unsigned>(count) >> (8 * i)) & 0xFF);
   for (int i = 0; i < count; ++i) {
     char name[dravix::live::kDeviceNameSize] = {};
     std::snprintf(name, sizeof name, "%s", av->GetAuioDeviceName(i));

@@ -15,9 +15,9 @@
 // several threads. Accessors do not check the camera index (0..15).
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/dvroption.h"
 #include "dravix/config/legacy_options.h"
+#include "dravix/platform/wintypes.h"
 
 #include <memory>
 #include <string>

@@ -1,9 +1,8 @@
 // The settings store's schedule-aware readers: the schedule manager's
 // current task answers while a task of the camera's schedule holds now;
 // the stored camera options answer otherwise.
-#include "dravix/settings/setting.h"
 #include "dravix/schedule/zschedulemanager.h"
-
+#include "dravix/settings/setting.h"
 
 namespace {
 

@@ -1,12 +1,12 @@
 #include "dravix/users/iaccountmgr.h"
 
-#include "dravix/platform/nocase.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/istring.h"
 #include "dravix/config/lang_ids.h"
 #include "dravix/platform/atomic_file.h"
-#include "dravix/users/password_digest.h"
 #include "dravix/platform/file_io.h"
+#include "dravix/platform/nocase.h"
+#include "dravix/users/password_digest.h"
 
 #include <cstring>
 #include <fstream>

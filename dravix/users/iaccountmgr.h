@@ -18,8 +18,8 @@
 // Not thread-safe: use it from one thread.
 #pragma once
 
-#include "dravix/platform/wintypes.h"
 #include "dravix/config/adduser.h"
+#include "dravix/platform/wintypes.h"
 
 #include <cstddef>
 #include <functional>

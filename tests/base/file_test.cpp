@@ -22,8 +22,8 @@ TEST(PathArithmetic, FilePathOnBothSeparators) {
     const char* in;
     const char* out;
   } cases[] = {
-      {"name", "name"},          {"\\name", "\\name"},  {"C:\\a\\b.txt", "C:\\a"},
-      {"/name", "/name"},        {"/srv/a/b.txt", "/srv/a"}, {"C:\\a/b\\c", "C:\\a/b"},
+      {"name", "name"},   {"\\name", "\\name"},       {"C:\\a\\b.txt", "C:\\a"},
+      {"/name", "/name"}, {"/srv/a/b.txt", "/srv/a"}, {"C:\\a/b\\c", "C:\\a/b"},
       {"", ""},
   };
   for (const Case& c : cases) EXPECT_EQ(GetFilePATH(c.in), c.out) << c.in;
@@ -35,7 +35,7 @@ TEST(PathArithmetic, TitleFormsKeepTheirArithmetic) {
   EXPECT_EQ(GetFileTitle("/srv/rec.v2/cam01"), "ca");  // 11 - 8 - 1 from 12
   EXPECT_EQ(GetFileTitle("/srv/rec.v2/cam01"), GetFileTitle("\\srv\\rec.v2\\cam01"));
   EXPECT_EQ(GetFileTitle("noseparator"), "");
-  EXPECT_EQ(GetFileTitle("a.b.c\\xyz"), "x");  // 5 - 3 - 1 = 1 character from 6
+  EXPECT_EQ(GetFileTitle("a.b.c\\xyz"), "x");     // 5 - 3 - 1 = 1 character from 6
   EXPECT_EQ(GetFileTitle("C:\\Rec.v2\\c"), "c");  // cut at the end of the text
 
   // The two-argument form copies the remainder; without a separator after
@@ -43,8 +43,12 @@ TEST(PathArithmetic, TitleFormsKeepTheirArithmetic) {
   const struct {
     const char* in;
     const char* out;
-  } cases[] = {{"C:\\Rec\\cam01.dat", "cam01.dat"}, {"/srv/rec/cam02.idx", "cam02.idx"}, {"\\cam", "untouched"},
-               {"", "untouched"}, {"plain", "untouched"}, {"C:\\Rec\\", ""}};
+  } cases[] = {{"C:\\Rec\\cam01.dat", "cam01.dat"},
+               {"/srv/rec/cam02.idx", "cam02.idx"},
+               {"\\cam", "untouched"},
+               {"", "untouched"},
+               {"plain", "untouched"},
+               {"C:\\Rec\\", ""}};
   for (const auto& c : cases) {
     char out[64] = "untouched";
     GetFileTitle(c.in, out);
@@ -204,7 +208,7 @@ TEST_F(Files, MutexSeenWhileAnotherProcessHoldsItAndNotAfterItIsKilled) {
   EXPECT_EQ(mine->Lock(50), WAIT_TIMEOUT);
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
-  EXPECT_EQ(IsMutexExisting(name), 1);  // we still hold it open ourselves
+  EXPECT_EQ(IsMutexExisting(name), 1);         // we still hold it open ourselves
   EXPECT_EQ(mine->Lock(1000), WAIT_OBJECT_0);  // the dead owner left nothing behind
   mine->Unlock();
   mine.reset();

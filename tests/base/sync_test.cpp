@@ -127,7 +127,7 @@ TEST(Thread, HandshakeAndTheNeverResetReplyEvent) {
   worker.gate.Reset();
   EXPECT_EQ(worker.CallWorker(0), 16u);  // again at once, with the answer to 8
   worker.gate.Set();
-  worker.Close();                        // joins the worker after it served 0
+  worker.Close();  // joins the worker after it served 0
   EXPECT_EQ(worker.served.load(), 3);
   EXPECT_FALSE(worker.ThreadExists());
   worker.Close();  // no thread: returns at once

@@ -68,10 +68,10 @@ TEST(Difference, OneHourBothWaysAndAcrossMonthAndYearEnds) {
     int seconds;
   } cases[] = {
       {T(2008, 3, 15, 10), T(2008, 3, 15, 11), 3600},
-      {T(2008, 2, 28, 23), T(2008, 3, 1, 1), 26 * 3600},     // leap year
-      {T(2007, 2, 28, 23), T(2007, 3, 1, 1), 2 * 3600},      // common year
-      {T(1900, 2, 28, 12), T(1900, 3, 1, 12), 86400},        // 1900 is not leap
-      {T(2000, 2, 28, 12), T(2000, 3, 1, 12), 2 * 86400},    // 2000 is
+      {T(2008, 2, 28, 23), T(2008, 3, 1, 1), 26 * 3600},   // leap year
+      {T(2007, 2, 28, 23), T(2007, 3, 1, 1), 2 * 3600},    // common year
+      {T(1900, 2, 28, 12), T(1900, 3, 1, 12), 86400},      // 1900 is not leap
+      {T(2000, 2, 28, 12), T(2000, 3, 1, 12), 2 * 86400},  // 2000 is
       {T(2008, 12, 31, 23, 59, 59), T(2009, 1, 1), 1},
       {T(2008, 3, 15, 12, 0, 0, 999), T(2008, 3, 15, 12, 0, 1, 0), 1},  // milliseconds ignored
   };
@@ -177,7 +177,7 @@ TEST(TimeOfDay, TwoThreeAndFourArgumentFormsIgnoreTheDate) {
   EXPECT_EQ(CompareTime(At(8, 0), At(18, 0), At(8, 0)), 1);  // inclusive bounds
   EXPECT_EQ(CompareTime(At(8, 0), At(18, 0), At(18, 0, 0, 1999, 2)), 1);
   EXPECT_EQ(CompareTime(At(8, 0), At(18, 0), At(18, 0, 1)), -1);
-  EXPECT_EQ(CompareTime(At(22, 0), At(6, 0), At(23, 0)), -1);  // no wrap
+  EXPECT_EQ(CompareTime(At(22, 0), At(6, 0), At(23, 0)), -1);           // no wrap
   EXPECT_EQ(CompareTime(At(12, 0), At(9, 0), At(8, 0), At(18, 0)), 1);  // t1 > t2 allowed
   EXPECT_EQ(CompareTime(At(7, 0), At(9, 0), At(8, 0), At(18, 0)), -1);
   EXPECT_EQ(CompareTime(At(9, 0), At(19, 0), At(8, 0), At(18, 0)), -1);
@@ -191,14 +191,13 @@ TEST(TimeOfDay, DailyWindowsOverMidnight) {
     long expected;
   } cases[] = {
       {2200, 2330, 600, -1}, {2200, 600, 600, -1},  // over midnight: end inclusive
-      {2200, 601, 600, 1},   {2200, 2159, 600, 1},  {2200, 2200, 600, -1}, {2200, 0, 600, -1},
-      {800, 1800, 1800, 1},  {800, 800, 1800, -1},  // normal: end exclusive
-      {800, 1759, 1800, -1}, {800, 759, 1800, 1},
-      {800, 759, 800, -1},   {800, 800, 800, 1},    {800, 2300, 800, 1},  // start == end
+      {2200, 601, 600, 1},   {2200, 2159, 600, 1}, {2200, 2200, 600, -1},
+      {2200, 0, 600, -1},    {800, 1800, 1800, 1}, {800, 800, 1800, -1},  // normal: end exclusive
+      {800, 1759, 1800, -1}, {800, 759, 1800, 1},  {800, 759, 800, -1},
+      {800, 800, 800, 1},    {800, 2300, 800, 1},  // start == end
   };
   for (const Case& c : cases) {
-    EXPECT_EQ(CompareOverTime(At(c.s / 100, c.s % 100), At(c.t / 100, c.t % 100, 0, 1990, 1),
-                              At(c.e / 100, c.e % 100)),
+    EXPECT_EQ(CompareOverTime(At(c.s / 100, c.s % 100), At(c.t / 100, c.t % 100, 0, 1990, 1), At(c.e / 100, c.e % 100)),
               c.expected)
         << c.s << " " << c.t << " " << c.e;
   }
@@ -206,7 +205,7 @@ TEST(TimeOfDay, DailyWindowsOverMidnight) {
 
 TEST(Calendar, DaysInMonthWithPassThrough) {
   // {month, year, answer}: months outside 1..12 come back unchanged.
-  const unsigned cases[][3] = {{2, 1900, 28}, {2, 2000, 29}, {2, 2008, 29}, {2, 2007, 28},
+  const unsigned cases[][3] = {{2, 1900, 28}, {2, 2000, 29},  {2, 2008, 29},  {2, 2007, 28},
                                {4, 2008, 30}, {12, 2008, 31}, {13, 2008, 13}, {0, 2008, 0}};
   for (const auto& c : cases) EXPECT_EQ(TellFromDay(c[0], c[1]), c[2]) << c[0] << "/" << c[1];
   EXPECT_EQ(FormatSTTIME(T(2008, 3, 15, 12, 34, 56)), "2008/03/15 12:34:56:0000");

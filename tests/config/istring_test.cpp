@@ -36,7 +36,9 @@ class IStringTest : public dravix::test::TestHome {
     std::string error;
     ASSERT_TRUE(c.Open("DRIVER=SQLite3;Database=" + Path(file), &error)) << error;
     for (const std::string& s : statements)
-      ASSERT_TRUE(c.Query(s, {}, [](const dravix::platform::OdbcRow&) { return true; }, &error)) << s << ": " << error;
+      ASSERT_TRUE(c.Query(
+          s, {}, [](const dravix::platform::OdbcRow&) { return true; }, &error))
+          << s << ": " << error;
   }
 };
 
@@ -60,12 +62,10 @@ TEST_F(IStringTest, NameInLiveVarIniChoosesTheTableWhenItIsOneOfTheHostsTables) 
     const char* camera1;
   };
   const Case cases[] = {
-      {"[LIVE_LANGUAGE]\nNAME=LIVE_ENG\n", "Camera 1"},
-      {"[live_language]\n  name = live_chs  \n", "摄像机 1"},
+      {"[LIVE_LANGUAGE]\nNAME=LIVE_ENG\n", "Camera 1"},   {"[live_language]\n  name = live_chs  \n", "摄像机 1"},
       {"[LIVE_LANGUAGE]\nNAME=LIVE_GER\n", "Camera 1"},  // untranslated: English text
       {"[LIVE_LANGUAGE]\nNAME=PLAY_ENG\n", "攝影機 1"},  // a player table: default
-      {"[LIVE_LANGUAGE]\nNAME=LIVE_XXX\n", "攝影機 1"},
-      {"[LIVE_LANGUAGE]\nNAME=\n", "攝影機 1"},
+      {"[LIVE_LANGUAGE]\nNAME=LIVE_XXX\n", "攝影機 1"},   {"[LIVE_LANGUAGE]\nNAME=\n", "攝影機 1"},
       {"[PLAYER_LANGUAGE]\nNAME=LIVE_ENG\n", "攝影機 1"},  // the player's section
   };
   for (const Case& c : cases) {
@@ -133,17 +133,15 @@ TEST_F(IStringTest, ATableIsReadOnceWhateverIsAskedOfIt) {
 
 TEST_F(IStringTest, TheFirstRowOfAnIdWinsAndMultiStringKeepsItsOwnTexts) {
   const std::string longText(10000, 'x');
-  MakeDatabase("LiveMultiLang.mdb",
-               {"CREATE TABLE LIVE_CHT (ID INTEGER, Text TEXT, National TEXT)",
-                "INSERT INTO LIVE_CHT VALUES (NULL, 'no id', '')",
-                "INSERT INTO LIVE_CHT VALUES (20, 'first', 'F')",
-                "INSERT INTO LIVE_CHT VALUES (20, 'second', 'S')",
-                "INSERT INTO LIVE_CHT VALUES (21, 'line 1\\nline 2', '')",
-                "INSERT INTO LIVE_CHT VALUES (22, '', 'National text')",
-                "INSERT INTO LIVE_CHT VALUES (23, 'a' || char(13) || char(10) || 'b', '')",
-                "INSERT INTO LIVE_CHT VALUES (24, NULL, NULL)",
-                "INSERT INTO LIVE_CHT VALUES (25, '" + longText + "', '')",
-                "INSERT INTO LIVE_CHT VALUES ('x26', 'bad id', '')"});
+  MakeDatabase(
+      "LiveMultiLang.mdb",
+      {"CREATE TABLE LIVE_CHT (ID INTEGER, Text TEXT, National TEXT)",
+       "INSERT INTO LIVE_CHT VALUES (NULL, 'no id', '')", "INSERT INTO LIVE_CHT VALUES (20, 'first', 'F')",
+       "INSERT INTO LIVE_CHT VALUES (20, 'second', 'S')", "INSERT INTO LIVE_CHT VALUES (21, 'line 1\\nline 2', '')",
+       "INSERT INTO LIVE_CHT VALUES (22, '', 'National text')",
+       "INSERT INTO LIVE_CHT VALUES (23, 'a' || char(13) || char(10) || 'b', '')",
+       "INSERT INTO LIVE_CHT VALUES (24, NULL, NULL)", "INSERT INTO LIVE_CHT VALUES (25, '" + longText + "', '')",
+       "INSERT INTO LIVE_CHT VALUES ('x26', 'bad id', '')"});
   IString* s = IString::Instance();
   EXPECT_STREQ(s->LoadStringA(20), "first");
   EXPECT_STREQ(s->LoadStringA(21), "line 1\\nline 2");

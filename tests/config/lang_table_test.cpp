@@ -1,7 +1,7 @@
 // The language database's plumbing: file signatures, driver choice and
 // fallback, table names, the connection text.
-#include "dravix/config/istring.h"
 #include "dravix/config/lang_table.h"
+#include "dravix/config/istring.h"
 #include "dravix/platform/odbc.h"
 #include "tests/support/lang_files.h"
 #include "tests/support/test_home.h"
@@ -121,8 +121,8 @@ TEST_F(LangTableTest, ARealAccessFileIsReadThroughMdbTools) {
       },
       &error))
       << error;
-  EXPECT_EQ(columns, (std::vector<std::string>{"IDCol", "DateTimeCol", "DateCol", "TimeCol", "LongTextCol",
-                                                "ShortTextCol"}));
+  EXPECT_EQ(columns,
+            (std::vector<std::string>{"IDCol", "DateTimeCol", "DateCol", "TimeCol", "LongTextCol", "ShortTextCol"}));
   EXPECT_EQ(ids, (std::vector<std::string>{"1", "2", "3", "4", "5", "6"}));
   ASSERT_FALSE(shortTexts.empty());
   EXPECT_EQ(shortTexts[0], "Hello");
@@ -168,8 +168,8 @@ TEST_F(LangTableTest, AnUnregisteredDriverIsFoundByItsLibrary) {
   // works in a fresh process (as ctest runs each case).
   if (dravix::platform::ResolveOdbcDriver("SQLite3", "libno-such-driver.so", {}))
     GTEST_SKIP() << "the ODBC configuration was read earlier in this process";
-  const auto found = dravix::platform::ResolveOdbcDriver("SQLite3", "libsqlite3odbc.so",
-                                                          dravix::platform::DefaultDriverFolders());
+  const auto found =
+      dravix::platform::ResolveOdbcDriver("SQLite3", "libsqlite3odbc.so", dravix::platform::DefaultDriverFolders());
   ASSERT_TRUE(found);
   EXPECT_EQ(std::filesystem::path(*found).filename(), "libsqlite3odbc.so");
   EXPECT_TRUE(std::filesystem::path(*found).is_absolute());
@@ -191,7 +191,9 @@ TEST_F(LangTableTest, AMissingTableIsOneFailedReadNotOnePerId) {
     dravix::platform::OdbcConnection c;
     std::string error;
     ASSERT_TRUE(c.Open("DRIVER=SQLite3;Database=" + Path("LiveMultiLang.mdb"), &error)) << error;
-    ASSERT_TRUE(c.Query("DROP TABLE LIVE_FRA", {}, [](const auto&) { return true; }, &error)) << error;
+    ASSERT_TRUE(c.Query(
+        "DROP TABLE LIVE_FRA", {}, [](const auto&) { return true; }, &error))
+        << error;
   }
   dravix::config::LangTable table;
   std::string error;

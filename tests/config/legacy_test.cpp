@@ -41,10 +41,10 @@ class Bytes {
 void OldGeneral(Bytes& b, const std::string& site) {
   b.Text(site, 32);
   b.I32(1).I32(600).I32(0).I32(1).I32(0).I32(0).I32(0);  // remote access, file size, ...
-  b.I32(1).I32(0).I32(14).I32(1).I32(0).Zeros(4);          // recycle block
-  b.Text("smtp.old", 260).Zeros(520).Zeros(24);            // event report
-  b.I32(1).I32(8080).I32(1).I32(3);                        // web, port, reset, days
-  b.I32(1).I32(1).I32(2).I32(3).I32(4);                    // modem list and ports
+  b.I32(1).I32(0).I32(14).I32(1).I32(0).Zeros(4);        // recycle block
+  b.Text("smtp.old", 260).Zeros(520).Zeros(24);          // event report
+  b.I32(1).I32(8080).I32(1).I32(3);                      // web, port, reset, days
+  b.I32(1).I32(1).I32(2).I32(3).I32(4);                  // modem list and ports
 }
 
 // A camera in the whole 3288-byte form: name, words up to the PTZ block,
@@ -144,7 +144,7 @@ TEST_F(LegacyTest, Version1200ReadsTheOlderCameraFieldByField) {
     for (int i = 0; i < 13; ++i) b.I32(i == 11 ? 2 : 0);  // record mode at 76
     b.I32(1).I32(0).I32(0).I32(45);                       // visual .. manual seconds
     b.Zeros(48 + 576 + 576);
-    b.I32(12).I32(1).I32(70).I32(1).I32(80);              // record block
+    b.I32(12).I32(1).I32(70).I32(1).I32(80);  // record block
     b.Zeros(1848 + 84);
     for (int i = 1; i <= 5; ++i) b.I32(i);
   }

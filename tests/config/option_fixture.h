@@ -85,13 +85,9 @@ class VariedFiller final : public config::OptionVisitor {
   explicit VariedFiller(unsigned seed) : rng_(seed) {}
   void Enter(std::string_view) override {}
   void Leave() override {}
-  void Int(std::string_view, LONG& value, LONG) override {
-    value = static_cast<LONG>(rng_() % 2000001) - 1000000;
-  }
+  void Int(std::string_view, LONG& value, LONG) override { value = static_cast<LONG>(rng_() % 2000001) - 1000000; }
   void Bool(std::string_view, BOOL& value, BOOL) override { value = static_cast<BOOL>(rng_() & 1); }
-  void Float(std::string_view, float& value, float) override {
-    value = static_cast<float>(rng_() % 100000) / 1000.0f;
-  }
+  void Float(std::string_view, float& value, float) override { value = static_cast<float>(rng_() % 100000) / 1000.0f; }
   void Text(std::string_view, char* field, size_t cap, std::string_view) override {
     std::memset(field, 0, cap);
     const size_t len = rng_() % cap;  // 0 .. cap - 1

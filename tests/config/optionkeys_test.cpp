@@ -30,8 +30,7 @@ TEST_F(OptionKeysTest, PathsAreUniqueAndSettingByPathChecksTheValue) {
   EXPECT_EQ(values["General/Recycle/AutoUpdateRecycleDay"], "0.000000");
 
   std::string err;
-  EXPECT_EQ(config::SetOptionKey(*o, "ZeploXML\\Camera\\Camera3\\DsRecord\\FrameRate", "12", &err),
-            SetKeyResult::kSet);
+  EXPECT_EQ(config::SetOptionKey(*o, "ZeploXML\\Camera\\Camera3\\DsRecord\\FrameRate", "12", &err), SetKeyResult::kSet);
   EXPECT_EQ(o->dsDVROption.dsCamera[3].dsRecord.nFrameRate, 12);
   EXPECT_EQ(config::SetOptionKey(*o, "\\zeploxml/camera/camera3/name\\", "yard", &err), SetKeyResult::kSet);
   EXPECT_STREQ(o->dsDVROption.dsCamera[3].szName, "yard");

@@ -89,8 +89,10 @@ TEST_F(PlaySettingTest, RawMainRecordReaders) {
   ISetting* s = ISetting::Instance();
   IPlaySetting* p = IPlaySetting::Instance();
   const Reader readers[] = {
-      {"settings", [s](const char* f) { return s->ReadDVROptionFromFile(f); }, [s] { return std::string(s->GetSiteName()); }},
-      {"player", [p](const char* f) { return p->ReadDVROptionFromFile(f); }, [p] { return std::string(p->GetSiteName()); }},
+      {"settings", [s](const char* f) { return s->ReadDVROptionFromFile(f); },
+       [s] { return std::string(s->GetSiteName()); }},
+      {"player", [p](const char* f) { return p->ReadDVROptionFromFile(f); },
+       [p] { return std::string(p->GetSiteName()); }},
   };
   for (const Reader& r : readers) {
     SCOPED_TRACE(r.name);

@@ -1,13 +1,13 @@
-#include "dravix/config/optionkeys.h"
 #include "dravix/config/xmldoc.h"
+#include "dravix/config/optionkeys.h"
 #include "tests/config/option_fixture.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace dravix::test {
 namespace {
@@ -142,13 +142,13 @@ TEST_F(XmlDocTest, NumbersAndSwitchesAreReadAsTheDocumentDefines) {
     std::string text;
     LONG expected;
   } cases[] = {
-      {"Record", "2", 0},           // only 1 is on
+      {"Record", "2", 0},  // only 1 is on
       {"Record", "1", 1},
       {"Record", "0", 0},
-      {"Connection", "yes", 0},     // not a number
+      {"Connection", "yes", 0},  // not a number
       {"RecordSecond", "12abc", 12},
       {"RecordSecond", " -7", -7},
-      {"RecordSecond", "", 0},      // present but empty is 0, not the default
+      {"RecordSecond", "", 0},  // present but empty is 0, not the default
       {"RecordSecond", "99999999999", 2147483647},
       {"RecordSecond", zeros1022 + "7", 7},
       {"RecordSecond", zeros1023 + "7", 0},  // the 1024-byte buffer cuts the 7
@@ -160,10 +160,10 @@ TEST_F(XmlDocTest, NumbersAndSwitchesAreReadAsTheDocumentDefines) {
     SetElement(DocPath(), "<Camera0>", tag, c.text);
     auto o = LoadFresh();
     const tagDSCAMERAOPTION& cam = o->dsDVROption.dsCamera[0];
-    const LONG got = tag == "Record"         ? cam.bRecord
-                     : tag == "Connection"   ? cam.bConnection
-                     : tag == "Privilege"    ? cam.nPrivilege
-                                             : cam.nRecordSecond;
+    const LONG got = tag == "Record"       ? cam.bRecord
+                     : tag == "Connection" ? cam.bConnection
+                     : tag == "Privilege"  ? cam.nPrivilege
+                                           : cam.nRecordSecond;
     EXPECT_EQ(got, c.expected) << tag << " = " << c.text.substr(0, 20);
     std::remove(DocPath().c_str());
   }

@@ -23,8 +23,7 @@ struct Size4 {
 };
 
 std::string Name(const Size4& s) {
-  return std::to_string(s.sw) + "x" + std::to_string(s.sh) + "->" + std::to_string(s.dw) + "x" +
-         std::to_string(s.dh);
+  return std::to_string(s.sw) + "x" + std::to_string(s.sh) + "->" + std::to_string(s.dw) + "x" + std::to_string(s.dh);
 }
 
 // Exactly `n` bytes of noise, so a read past the end trips the sanitizers.
@@ -43,8 +42,7 @@ void ExpectSameBytes(const std::vector<BYTE>& expected, F scale) {
   scale(out.data());
   for (size_t i = 0; i < expected.size(); ++i) {
     if (out[i] != expected[i]) {
-      ADD_FAILURE() << "first difference at byte " << i << ": got " << int(out[i]) << ", want "
-                    << int(expected[i]);
+      ADD_FAILURE() << "first difference at byte " << i << ": got " << int(out[i]) << ", want " << int(expected[i]);
       return;
     }
   }
@@ -59,24 +57,53 @@ void ExpectSameBytes(const std::vector<BYTE>& expected, F scale) {
 // x * step fall a hair below an integer, and adding the row start rounds
 // them up on some rows but not on the first.
 std::vector<Size4> PlaneSizes() {
-  std::vector<Size4> s = {
-      {640, 480, 320, 240},  {1280, 720, 704, 396}, {1920, 1080, 640, 360}, {704, 576, 352, 288},
-      {1920, 1080, 960, 540}, {101, 77, 37, 19},    {1, 1, 1, 1},           {333, 1, 111, 1},
-      {50, 50, 50, 50},      {1000, 10, 7, 3},      {1000, 40, 130, 20},    {1000, 40, 300, 20},
-      // Steps whose 16-output vector lanes need 1 to 4 source windows and,
-      // at 4.35, more (those rows fall back to the table); a last row read
-      // right to the end of the picture; one column; strips of columns.
-      {1000, 40, 950, 20},    {1000, 40, 900, 20},  {1000, 40, 400, 20},    {1000, 40, 286, 20},
-      {1000, 40, 230, 20},    {1000, 20, 286, 20},  {1, 500, 1, 250},       {1, 9, 1, 9},
-      {9000, 3, 4100, 3},
-      {997, 13, 996, 12},    {4101, 3, 2049, 2},    {3, 1000, 3, 17},       {4000, 2200, 2200, 1210},
-      {1920, 1080, 1440, 810}, {8000, 4, 63, 2},    {640, 480, 639, 479},   {257, 9, 128, 4},
-      {200, 60, 194, 50},    {204, 30, 168, 20},    {2040, 300, 1680, 200},
-      // Halving with every kind of row end: shorter than a block, whole
-      // blocks, and last blocks of up to 32 and of more than 32 outputs.
-      {62, 5, 31, 3},        {128, 5, 64, 3},       {130, 5, 65, 3},        {190, 5, 95, 3},
-      {194, 5, 97, 3},       {254, 5, 127, 3},      {256, 5, 128, 3},       {258, 5, 129, 3},
-      {446, 4, 223, 2},      {1026, 3, 513, 2}};
+  std::vector<Size4> s = {{640, 480, 320, 240},
+                          {1280, 720, 704, 396},
+                          {1920, 1080, 640, 360},
+                          {704, 576, 352, 288},
+                          {1920, 1080, 960, 540},
+                          {101, 77, 37, 19},
+                          {1, 1, 1, 1},
+                          {333, 1, 111, 1},
+                          {50, 50, 50, 50},
+                          {1000, 10, 7, 3},
+                          {1000, 40, 130, 20},
+                          {1000, 40, 300, 20},
+                          // Steps whose 16-output vector lanes need 1 to 4 source windows and,
+                          // at 4.35, more (those rows fall back to the table); a last row read
+                          // right to the end of the picture; one column; strips of columns.
+                          {1000, 40, 950, 20},
+                          {1000, 40, 900, 20},
+                          {1000, 40, 400, 20},
+                          {1000, 40, 286, 20},
+                          {1000, 40, 230, 20},
+                          {1000, 20, 286, 20},
+                          {1, 500, 1, 250},
+                          {1, 9, 1, 9},
+                          {9000, 3, 4100, 3},
+                          {997, 13, 996, 12},
+                          {4101, 3, 2049, 2},
+                          {3, 1000, 3, 17},
+                          {4000, 2200, 2200, 1210},
+                          {1920, 1080, 1440, 810},
+                          {8000, 4, 63, 2},
+                          {640, 480, 639, 479},
+                          {257, 9, 128, 4},
+                          {200, 60, 194, 50},
+                          {204, 30, 168, 20},
+                          {2040, 300, 1680, 200},
+                          // Halving with every kind of row end: shorter than a block, whole
+                          // blocks, and last blocks of up to 32 and of more than 32 outputs.
+                          {62, 5, 31, 3},
+                          {128, 5, 64, 3},
+                          {130, 5, 65, 3},
+                          {190, 5, 95, 3},
+                          {194, 5, 97, 3},
+                          {254, 5, 127, 3},
+                          {256, 5, 128, 3},
+                          {258, 5, 129, 3},
+                          {446, 4, 223, 2},
+                          {1026, 3, 513, 2}};
   for (int sw : {17, 64, 129, 255, 720}) {
     for (int dw : {1, 2, 3, 5, 7, 16, 31, 63, 64, 65, sw / 3, sw / 2, sw - 1, sw}) {
       if (dw >= 1 && dw <= sw) s.push_back({sw, 9, dw, 4});
@@ -86,18 +113,42 @@ std::vector<Size4> PlaneSizes() {
 }
 
 std::vector<Size4> ResampleSizes() {
-  std::vector<Size4> s = {
-      {1920, 1080, 960, 540}, {704, 576, 352, 288},  {352, 288, 704, 576},  {640, 480, 1280, 960},
-      {1280, 720, 704, 396},  {1, 1, 5, 3},          {1, 1, 1, 1},          {2, 2, 1, 1},
-      {3, 2, 17, 9},          {640, 480, 480, 360},  {640, 480, 853, 640},  {1920, 1080, 1280, 720},
-      {1440, 1080, 640, 480}, {300, 200, 300, 200},  {5000, 10, 2500, 5},   {5000, 4, 4999, 3},
-      {6000, 4, 700, 2},      {4000, 4, 7000, 3},    {1024, 4, 4096, 3},    {4096, 2, 256, 2},
-      {6000, 3, 40, 3},       {2000, 3, 13, 3},      {2, 1, 4099, 2},       {720, 576, 1920, 1080},
-      {37, 41, 148, 82},      {100, 3, 1, 1},
-      // One column or one row, reduced and enlarged; picks of whole pixels
-      // at steps 3 and 5; a dyadic reduction too wide for the vector lanes.
-      {1, 300, 1, 97},        {1, 50, 3, 200},       {300, 1, 97, 1},       {50, 1, 200, 3},
-      {1920, 9, 640, 3},      {705, 7, 141, 7},      {1400, 4, 400, 3},     {703, 5, 1401, 9}};
+  std::vector<Size4> s = {{1920, 1080, 960, 540},
+                          {704, 576, 352, 288},
+                          {352, 288, 704, 576},
+                          {640, 480, 1280, 960},
+                          {1280, 720, 704, 396},
+                          {1, 1, 5, 3},
+                          {1, 1, 1, 1},
+                          {2, 2, 1, 1},
+                          {3, 2, 17, 9},
+                          {640, 480, 480, 360},
+                          {640, 480, 853, 640},
+                          {1920, 1080, 1280, 720},
+                          {1440, 1080, 640, 480},
+                          {300, 200, 300, 200},
+                          {5000, 10, 2500, 5},
+                          {5000, 4, 4999, 3},
+                          {6000, 4, 700, 2},
+                          {4000, 4, 7000, 3},
+                          {1024, 4, 4096, 3},
+                          {4096, 2, 256, 2},
+                          {6000, 3, 40, 3},
+                          {2000, 3, 13, 3},
+                          {2, 1, 4099, 2},
+                          {720, 576, 1920, 1080},
+                          {37, 41, 148, 82},
+                          {100, 3, 1, 1},
+                          // One column or one row, reduced and enlarged; picks of whole pixels
+                          // at steps 3 and 5; a dyadic reduction too wide for the vector lanes.
+                          {1, 300, 1, 97},
+                          {1, 50, 3, 200},
+                          {300, 1, 97, 1},
+                          {50, 1, 200, 3},
+                          {1920, 9, 640, 3},
+                          {705, 7, 141, 7},
+                          {1400, 4, 400, 3},
+                          {703, 5, 1401, 9}};
   std::mt19937 gen(7);
   for (int n = 0; n < 150; ++n) {
     s.push_back({int(gen() % 40) + 1, int(gen() % 30) + 1, int(gen() % 80) + 1, int(gen() % 60) + 1});
@@ -118,9 +169,8 @@ TEST_P(ScaleOnPath, YDownsampleMatchesFormula) {
     const auto src = Noise(size_t(s.sw) * s.sh, s.sw * 31 + s.dw);
     std::vector<BYTE> want(size_t(s.dw) * s.dh);
     ReferenceYDownsample(src.data(), want.data(), s.sw, s.sh, s.dw, s.dh);
-    ExpectSameBytes(want, [&](BYTE* d) {
-      dravix::imaging::YDownsampleOn(GetParam(), src.data(), d, s.sw, s.sh, s.dw, s.dh);
-    });
+    ExpectSameBytes(
+        want, [&](BYTE* d) { dravix::imaging::YDownsampleOn(GetParam(), src.data(), d, s.sw, s.sh, s.dw, s.dh); });
   }
 }
 
@@ -137,9 +187,8 @@ TEST_P(ScaleOnPath, UVDownsampleMatchesFormula) {
     const auto src = Noise(size_t(s.sw / 2) * (s.sh / 2), s.sh * 17 + s.dh);
     std::vector<BYTE> want(size_t(s.dw / 2) * (s.dh / 2));
     ReferenceUVDownsample(src.data(), want.data(), s.sw, s.sh, s.dw, s.dh);
-    ExpectSameBytes(want, [&](BYTE* d) {
-      dravix::imaging::UVDownsampleOn(GetParam(), src.data(), d, s.sw, s.sh, s.dw, s.dh);
-    });
+    ExpectSameBytes(
+        want, [&](BYTE* d) { dravix::imaging::UVDownsampleOn(GetParam(), src.data(), d, s.sw, s.sh, s.dw, s.dh); });
   }
 }
 
@@ -149,9 +198,8 @@ TEST_P(ScaleOnPath, ResampleMatchesFormula) {
     const auto src = Noise(size_t(s.sw) * s.sh * 3, s.sw * 13 + s.dh);
     std::vector<BYTE> want(size_t(s.dw) * s.dh * 3);
     ReferenceResample(s.sw, s.sh, s.dw, s.dh, src.data(), want.data());
-    ExpectSameBytes(want, [&](BYTE* d) {
-      dravix::imaging::ResampleOn(GetParam(), s.sw, s.sh, s.dw, s.dh, src.data(), d);
-    });
+    ExpectSameBytes(want,
+                    [&](BYTE* d) { dravix::imaging::ResampleOn(GetParam(), s.sw, s.sh, s.dw, s.dh, src.data(), d); });
   }
 }
 
@@ -166,9 +214,8 @@ TEST_P(ScaleOnPath, ResampleOfFlatAndExtremePicturesMatchesFormula) {
       for (size_t i = 0; i < src.size(); i += 7) src[i] = BYTE(255 - level);
       std::vector<BYTE> want(size_t(s.dw) * s.dh * 3);
       ReferenceResample(s.sw, s.sh, s.dw, s.dh, src.data(), want.data());
-      ExpectSameBytes(want, [&](BYTE* d) {
-        dravix::imaging::ResampleOn(GetParam(), s.sw, s.sh, s.dw, s.dh, src.data(), d);
-      });
+      ExpectSameBytes(want,
+                      [&](BYTE* d) { dravix::imaging::ResampleOn(GetParam(), s.sw, s.sh, s.dw, s.dh, src.data(), d); });
     }
   }
 }
@@ -201,8 +248,7 @@ TEST_P(ScaleOnPath, ResampleWeightsComeFromSinglePrecisionRatios) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, ScaleOnPath,
-                         ::testing::Values(ScalePath::kScalar, ScalePath::kSse2, ScalePath::kAvx2,
-                                           ScalePath::kAvx512),
+                         ::testing::Values(ScalePath::kScalar, ScalePath::kSse2, ScalePath::kAvx2, ScalePath::kAvx512),
                          [](const auto& info) { return std::string(dravix::imaging::ScalePathName(info.param)); });
 
 TEST(Scale, YDownsampleByTwoTakesEverySecondByteOfEverySecondRow) {
@@ -269,8 +315,8 @@ TEST(Scale, EmptyDestinationOrSourceLeavesTheDestinationUntouched) {
   const auto src = Noise(64 * 64 * 3, 5);
   std::vector<BYTE> dst(256, kGuard);
   const std::vector<BYTE> untouched = dst;
-  for (const Size4& s : {Size4{64, 64, 0, 10}, Size4{64, 64, 10, 0}, Size4{64, 64, -3, 10},
-                         Size4{64, 64, 10, -1}, Size4{0, 64, 8, 8}, Size4{64, -2, 8, 8}}) {
+  for (const Size4& s : {Size4{64, 64, 0, 10}, Size4{64, 64, 10, 0}, Size4{64, 64, -3, 10}, Size4{64, 64, 10, -1},
+                         Size4{0, 64, 8, 8}, Size4{64, -2, 8, 8}}) {
     SCOPED_TRACE(Name(s));
     Y_downsample(src.data(), dst.data(), s.sw, s.sh, s.dw, s.dh);
     UV_downsample(src.data(), dst.data(), s.sw, s.sh, s.dw, s.dh);

@@ -138,8 +138,7 @@ TEST_F(AVManagerTest, NoDeviceListsGiveZeroVideoUncachedAndZeroAudioCached) {
 }
 
 TEST_F(AVManagerTest, ZepNamesWithOneAndTwoDigitChips) {
-  Use(Layout({{4, 4}}),
-      {ZepName("3", '2'), ZepName("12", '3'), "Zep short", ZepName("x", '1'), "USB Cam"});
+  Use(Layout({{4, 4}}), {ZepName("3", '2'), ZepName("12", '3'), "Zep short", ZepName("x", '1'), "USB Cam"});
   IAVManager* m = IAVManager::Instance();
   m->GetVideoCount();
   EXPECT_EQ(m->Device(14).chip, 3);
@@ -152,7 +151,7 @@ TEST_F(AVManagerTest, ZepNamesWithOneAndTwoDigitChips) {
   EXPECT_EQ(filled, 2);
   EXPECT_EQ(m->GetChipFromPort(14), 3);  // default map: port 14 -> device 14
   EXPECT_STREQ(m->GetDeviceName(14), ZepName("3", '2').c_str());
-  EXPECT_EQ(m->GetChipFromPort(0), -1);  // mapped to a device nobody named
+  EXPECT_EQ(m->GetChipFromPort(0), -1);   // mapped to a device nobody named
   EXPECT_EQ(m->GetChipFromPort(20), -1);  // unmapped
 }
 
@@ -232,19 +231,18 @@ TEST_P(PortTable, ChosenByChipWidthAndHardware) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Live, PortTable,
-                         testing::Values(TableCase{2, 8, 5, 0}, TableCase{3, 8, 0, -1},
-                                         TableCase{1, 4, 0, -1}));
+                         testing::Values(TableCase{2, 8, 5, 0}, TableCase{3, 8, 0, -1}, TableCase{1, 4, 0, -1}));
 
 TEST_F(AVManagerTest, AudioPassesAndExclusions) {
   Use(Layout({{1, 4}}), {});
   audio_ = std::vector<AudioInputDevice>{
       {"HDA Intel PCH: ALC892 Analog", 1},
-      {"ZMCap2R Audio Capture 1", 1},     // the recorder's own: second pass
-      {"vad WAVE", 1},                    // never
-      {"USB Digital Audio", 1},           // never
-      {"\xBC\xC6\xA6\xEC Mic", 1},        // Big5 "digital": never
+      {"ZMCap2R Audio Capture 1", 1},        // the recorder's own: second pass
+      {"vad WAVE", 1},                       // never
+      {"USB Digital Audio", 1},              // never
+      {"\xBC\xC6\xA6\xEC Mic", 1},           // Big5 "digital": never
       {"Bt878-ZM Audio Capture Chip 0", 1},  // own, not listed
-      {"Loopback", 0},                    // no input pins
+      {"Loopback", 0},                       // no input pins
       {"Webcam Mic", 2},
   };
   setupOrder_ = {"ZMAud3R Audio Capture #2", "ZMCap2R Audio Capture 1", "ZMCap2R Audio Capture Digital",
@@ -288,11 +286,7 @@ TEST_F(AVManagerTest, QSeriesAndQModelFollowTheFirstChip) {
     int chipInputs;
     const char* model;
     int qSeries, qModel;
-  } cases[] = {{1, "Z6616", 1, 1},
-               {1, "Z6612Q", 0, 1},
-               {8, "Z6616", 0, 1},
-               {16, "Z6616", 0, 1},
-               {4, "Z6616", 0, 0}};
+  } cases[] = {{1, "Z6616", 1, 1}, {1, "Z6612Q", 0, 1}, {8, "Z6616", 0, 1}, {16, "Z6616", 0, 1}, {4, "Z6616", 0, 0}};
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.chipInputs << " inputs, " << c.model);
     SimCardProfile p = Layout({{4, c.chipInputs}});

@@ -103,7 +103,7 @@ TEST_F(CardTest, HostileProfileValuesAreClamped) {
 
 TEST_F(CardTest, WatchdogAndChipAccess) {
   ZSimCard card{SimCardProfile{}};
-  EXPECT_EQ(card.GResetWatchDog(), 0);  // not running
+  EXPECT_EQ(card.GResetWatchDog(), 0);     // not running
   EXPECT_EQ(card.GSetWatchDog(3, 30), 0);  // no such card
   card.GStartWatchDog();
   EXPECT_EQ(card.GResetWatchDog(), 1);

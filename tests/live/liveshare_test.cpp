@@ -89,8 +89,7 @@ TEST_F(Registry, FreedSlotsAreReusedInOrderAndTheEndOnlyGrows) {
   EXPECT_EQ(Rows(), (std::vector<Row>{{"d.zmf", kUse, 1}, {"b.zmf", kUse, 1}, {"c.zmf", kFree, 0}}));
   sm->Add("\\r\\e.zmf");  // index 2; the end stays at 3
   sm->Add("\\r\\f.zmf");  // consumes the end
-  EXPECT_EQ(Rows(), (std::vector<Row>{
-                        {"d.zmf", kUse, 1}, {"b.zmf", kUse, 1}, {"e.zmf", kUse, 1}, {"f.zmf", kUse, 1}}));
+  EXPECT_EQ(Rows(), (std::vector<Row>{{"d.zmf", kUse, 1}, {"b.zmf", kUse, 1}, {"e.zmf", kUse, 1}, {"f.zmf", kUse, 1}}));
 }
 
 TEST_F(Registry, TitlesAreTheLastPathStepCutTo16Bytes) {

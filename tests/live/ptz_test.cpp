@@ -50,13 +50,13 @@ Bytes Hex(const char* text, int n) {
 
 TEST(PtzHex, TwoDigitsPerByteAndNonDigitsKeepTheNibble) {
   EXPECT_EQ(Hex("0aF1b2", 3), (Bytes{0x0A, 0xF1, 0xB2}));
-  EXPECT_EQ(Hex("1G", 1), (Bytes{0x11}));            // low nibble starts at n = 1
-  EXPECT_EQ(Hex("1G", 3)[0], 0x13);                  // ... at n = 3
-  EXPECT_EQ(Hex("G5", 2)[0], 0x25);                  // high nibble starts at n too
+  EXPECT_EQ(Hex("1G", 1), (Bytes{0x11}));                 // low nibble starts at n = 1
+  EXPECT_EQ(Hex("1G", 3)[0], 0x13);                       // ... at n = 3
+  EXPECT_EQ(Hex("G5", 2)[0], 0x25);                       // high nibble starts at n too
   EXPECT_EQ(Hex("12x4y", 3), (Bytes{0x12, 0x14, 0x14}));  // each nibble keeps its own last value
   EXPECT_EQ(Hex("AB", 3), (Bytes{0xAB, 0xAB, 0xAB}));     // a short text ends in kept nibbles
   EXPECT_EQ(Hex("", 2), (Bytes{0x22, 0x22}));
-  EXPECT_EQ(Hex("0102030405", 2), (Bytes{0x01, 0x02}));   // no more than 2n characters read
+  EXPECT_EQ(Hex("0102030405", 2), (Bytes{0x01, 0x02}));  // no more than 2n characters read
   EXPECT_EQ(Hex("", 20)[0], 20 * 16 + 20 - 256);
 
   char inPlace[] = "C0ffEE";
@@ -225,8 +225,8 @@ TEST_F(Ptz, SendingACodeSetsUpTheLineAndWritesTheBytes) {
       {2, 4, 8, 57600, true, PARENB | CMSPAR, CS8, B57600},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(testing::Message() << "stop " << int{c.stop} << " parity " << int{c.parity}
-                                    << " bits " << int{c.bits} << " baud " << c.baud);
+    SCOPED_TRACE(testing::Message() << "stop " << int{c.stop} << " parity " << int{c.parity} << " bits " << int{c.bits}
+                                    << " baud " << c.baud);
     d.byStop = c.stop;
     d.byParity = c.parity;
     d.byBits = c.bits;
@@ -331,7 +331,7 @@ TEST_F(Ptz, PresetsAndCodesWithoutAction) {
   ASSERT_EQ(ptz.OpenDevice(1, 3), 1);
   ptz.PostCommand(200);
   EXPECT_EQ(Receive(4), (Bytes{0xD1, 0x00, 0x48, 0x00}));  // set-preset 72
-  EXPECT_EQ(ptz.WaitIdle(300), 0);                          // held
+  EXPECT_EQ(ptz.WaitIdle(300), 0);                         // held
 
   // Go-to-preset: the prefix, then the preset, and no hold.
   const auto posted = Clock::now();

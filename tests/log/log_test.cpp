@@ -63,8 +63,10 @@ TEST_F(Log, ANamedLogAppendsTextExactly) {
   EXPECT_TRUE(log.Write(""));
   const std::string big(3000, 'b');
   EXPECT_TRUE(log.WriteV("%s|%d", big.c_str(), 7));  // longer than any fixed buffer
-  EXPECT_EQ(Read("Live.log"), "kept\r\nSchedule Event : 2008/03/15 , Camera03 ZE_START_RECORDING\r\n"
-                              "Schedule Event : 2008/03/15 , Camera04 ZE_STOP_RECORDING\r\n" + big + "|7");
+  EXPECT_EQ(Read("Live.log"),
+            "kept\r\nSchedule Event : 2008/03/15 , Camera03 ZE_START_RECORDING\r\n"
+            "Schedule Event : 2008/03/15 , Camera04 ZE_STOP_RECORDING\r\n" +
+                big + "|7");
 }
 
 TEST_F(Log, OpenFailureLeavesTheLogClosed) {
@@ -125,9 +127,9 @@ TEST_F(Log, DiskGuardDropsWritesFromTheHundredthOn) {
   g_free = ZBaseLog::kMinFreeSpace - 1;
   for (int n = 1; n <= 99; ++n) ASSERT_TRUE(log.Write("a")) << n;  // only every 100th write looks
   EXPECT_FALSE(log.Write("b"));
-  EXPECT_FALSE(log.Write("c"));  // the counter was not reset: checked again
+  EXPECT_FALSE(log.Write("c"));        // the counter was not reset: checked again
   EXPECT_TRUE(log.WriteV("%s", "d"));  // TRUE whatever Write said; the text is still dropped
-  g_free = -1;  // an unknown figure is not space
+  g_free = -1;                         // an unknown figure is not space
   EXPECT_FALSE(log.Write("e"));
   g_free = ZBaseLog::kMinFreeSpace;  // exactly 30 MB is enough
   EXPECT_TRUE(log.Write("f"));
@@ -161,7 +163,8 @@ TEST_F(Log, EmbeddedRotationAcrossFileSystemsKeepsOneOlderGeneration) {
   }
   const std::string drive = dravix::test::MakeTempFolder("dravix-drive-d-");
   ASSERT_EQ(mount("tmpfs", drive.c_str(), "tmpfs", 0, "size=32m"), 0) << std::strerror(errno);
-  struct stat a {}, b {};
+  struct stat a {
+  }, b{};
   ASSERT_EQ(stat(drive.c_str(), &a), 0);
   ASSERT_EQ(stat(Path("").c_str(), &b), 0);
   ASSERT_NE(a.st_dev, b.st_dev);

@@ -2,9 +2,9 @@
 // several sizes hold only records that start a picture, decode, and carry
 // the frame code of their place; the picture at a moment is the right one;
 // the writing is whole or absent; JPEGs without JFIF get it.
+#include "dravix/media/pattern_recording.h"
 #include "dravix/media/frame_code.h"
 #include "dravix/media/jfif.h"
-#include "dravix/media/pattern_recording.h"
 #include "dravix/media/picture_at.h"
 #include "dravix/media/picture_decoder.h"
 #include "dravix/media/video_encoder.h"
@@ -71,12 +71,11 @@ TEST_F(PatternRecording, EveryRecordIsAValidPictureThatDecodesToItsOwnFrameCode)
     bool audio;
   };
   const Case cases[] = {
-      {kCodecH263, 128, 96, 10, 2, true},    // baseline H.263
-      {kCodecH263, 176, 144, 5, 2, false},   // baseline H.263
-      {kCodecH263, 320, 240, 10, 2, true},   // H.263+ (not a baseline size)
-      {kCodecH263, 720, 288, 4, 1, false},   // H.263+
-      {kCodecMJPEG, 320, 240, 10, 1, true},
-      {kCodecMJPEG, 704, 576, 3, 1, false},  // a size outside the size-code table
+      {kCodecH263, 128, 96, 10, 2, true},                                          // baseline H.263
+      {kCodecH263, 176, 144, 5, 2, false},                                         // baseline H.263
+      {kCodecH263, 320, 240, 10, 2, true},                                         // H.263+ (not a baseline size)
+      {kCodecH263, 720, 288, 4, 1, false},                                         // H.263+
+      {kCodecMJPEG, 320, 240, 10, 1, true}, {kCodecMJPEG, 704, 576, 3, 1, false},  // a size outside the size-code table
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::to_string(c.width) + "x" + std::to_string(c.height) +
@@ -167,11 +166,11 @@ TEST_F(PatternRecording, PictureAtAMomentIsTheLastOneAtOrBeforeIt) {
   ASSERT_TRUE(WritePatternRecording(mjpeg.c_str(), Options(kCodecMJPEG, 176, 144, 10, 2, false), nullptr, &error))
       << error;
   struct Case {
-    int64_t ms;        // from the start
-    int64_t frame;     // expected picture, -1: none
+    int64_t ms;     // from the start
+    int64_t frame;  // expected picture, -1: none
   };
-  const Case cases[] = {{0, 0}, {99, 0}, {550, 5}, {1000, 10}, {1050, 10}, {1999, 19},
-                        {2800, 19}, {3000, -1}, {-1, -1}};
+  const Case cases[] = {{0, 0},     {99, 0},    {550, 5},   {1000, 10}, {1050, 10},
+                        {1999, 19}, {2800, 19}, {3000, -1}, {-1, -1}};
   for (const std::string& path : {h263, mjpeg}) {
     for (const Case& c : cases) {
       SCOPED_TRACE(path + " at " + std::to_string(c.ms) + " ms");
@@ -244,9 +243,9 @@ TEST(Jfif, PicturesWithoutAnApp0SegmentGetOne) {
   dqt.insert(dqt.end(), {0xFF, 0xDB, 0x00});
   const Case cases[] = {
       {{0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10}, true, {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10}},  // already JFIF
-      {{0xFF, 0xD8, 0xFF, 0xDB, 0x00}, true, dqt},                                          // tables first
-      {{0xFF, 0xD8, 0xFF}, false, {0xFF, 0xD8, 0xFF}},                                      // too short
-      {{0x00, 0x00, 0x80, 0x02}, false, {0x00, 0x00, 0x80, 0x02}},                          // not a JPEG
+      {{0xFF, 0xD8, 0xFF, 0xDB, 0x00}, true, dqt},                                         // tables first
+      {{0xFF, 0xD8, 0xFF}, false, {0xFF, 0xD8, 0xFF}},                                     // too short
+      {{0x00, 0x00, 0x80, 0x02}, false, {0x00, 0x00, 0x80, 0x02}},                         // not a JPEG
   };
   for (const Case& c : cases) {
     Bytes b = c.in;
@@ -261,8 +260,8 @@ TEST(VideoEncoder, RefusesWhatItCannotEncode) {
     int codec, width, height;
     uint32_t fps;
   };
-  const Case cases[] = {{kCodecH263, 322, 240, 25}, {kCodecH263, 2052, 1152, 25}, {kCodecMJPEG, 320, 240, 0},
-                        {7, 320, 240, 25}};
+  const Case cases[] = {
+      {kCodecH263, 322, 240, 25}, {kCodecH263, 2052, 1152, 25}, {kCodecMJPEG, 320, 240, 0}, {7, 320, 240, 25}};
   for (const Case& c : cases) {
     VideoEncoder e;
     VideoEncoderSettings s;

@@ -89,8 +89,7 @@ TEST_F(ZCheckTest, TheFirstInvalidRecordEndsTheWalk) {
       {"flag", plan[bad].offset + 9, {2}},
       {"time after the duration", plan[bad].offset + 1, {0xFF, 0xFF, 0, 0}},
       {"picture start", plan[bad].offset + 12, {0x7F}},
-      {"MJPEG frame starting with a DQT marker", plan[bad].offset + 10, {0xFF, 0xD8, 0xFF, 0xDB},
-       kCodecMJPEG},
+      {"MJPEG frame starting with a DQT marker", plan[bad].offset + 10, {0xFF, 0xD8, 0xFF, 0xDB}, kCodecMJPEG},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

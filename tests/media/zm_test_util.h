@@ -35,8 +35,8 @@ inline int64_t TestStart() {
 
 // Video at `fps` with a key frame every `keyEvery` frames and audio every
 // 100 ms, sizes varying around `mean`, for `seconds`.
-inline std::vector<PlannedRecord> Plan(uint32_t seconds, uint32_t fps = 10, uint32_t keyEvery = 10,
-                                       uint32_t mean = 300, bool audio = true) {
+inline std::vector<PlannedRecord> Plan(uint32_t seconds, uint32_t fps = 10, uint32_t keyEvery = 10, uint32_t mean = 300,
+                                       bool audio = true) {
   std::vector<PlannedRecord> r;
   uint32_t nextAudio = 0;
   for (uint32_t f = 0; f < seconds * fps; ++f) {
@@ -73,9 +73,8 @@ inline std::vector<uint8_t> Payload(const PlannedRecord& p, int codec) {
 }
 
 // Writes `plan` to `path` (index beside it); fails the test on any error.
-inline void WritePlan(const std::string& path, const std::vector<PlannedRecord>& plan,
-                      int codec = media::kCodecH263, int sizeCode = 2, bool audio = true, bool finish = true,
-                      int64_t leadIn = 0) {
+inline void WritePlan(const std::string& path, const std::vector<PlannedRecord>& plan, int codec = media::kCodecH263,
+                      int sizeCode = 2, bool audio = true, bool finish = true, int64_t leadIn = 0) {
   media::ZMRecordingWriter w;
   std::vector<media::ZMStreamFormat> streams{media::ZMStreamFormat::Video(codec, sizeCode)};
   if (audio) streams.push_back(media::ZMStreamFormat::Audio());

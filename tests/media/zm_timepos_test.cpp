@@ -101,8 +101,8 @@ TEST_F(TimeToFilePosTest, ARecordStraddlingARefillIsReportedPastItsHeadByTheCarr
 
 TEST_F(TimeToFilePosTest, ARecordLargerThanTheBufferFailsTheWalk) {
   const std::string rec = Path("huge.dat");
-  std::vector<PlannedRecord> plan{{0, 0, 300000, true, 4096}, {0, 1000, 100, true, 4096 + 300010},
-                                  {0, 2000, 100, true, 4096 + 300120}};
+  std::vector<PlannedRecord> plan{
+      {0, 0, 300000, true, 4096}, {0, 1000, 100, true, 4096 + 300010}, {0, 2000, 100, true, 4096 + 300120}};
   WritePlan(rec, plan, kCodecH263, 2, false);
   // From its index entry the record after it is found; a walk that has
   // to cross the big record cannot be made.

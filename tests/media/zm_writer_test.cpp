@@ -102,8 +102,8 @@ TEST_F(WriterTest, AppendedBytesSplitAnywhereMakeTheSameFileAndIndex) {
     // The last record arrives without its final byte and is cut off.
     const size_t total = data.size() - 1;
     for (size_t at = 0; at < total; at += piece)
-      ASSERT_EQ(S_OK, w.AppendRecordBytes(reinterpret_cast<const uint8_t*>(data.data() + at),
-                                          std::min(piece, total - at)));
+      ASSERT_EQ(S_OK,
+                w.AppendRecordBytes(reinterpret_cast<const uint8_t*>(data.data() + at), std::min(piece, total - at)));
     ASSERT_EQ(S_OK, w.Close());
     EXPECT_EQ(plan[plan.size() - 2].time, HeaderOf(Path("b.dat")).Duration() / 10000) << piece;
     EXPECT_EQ(original.substr(4096, plan.back().offset - 4096), Slurp(Path("b.dat")).substr(4096)) << piece;

@@ -1,8 +1,8 @@
 // Clip extraction: which records a cut takes, the header it finishes, the
 // text list, progress and the stop request.
+#include "dravix/media/zme_to_zme.h"
 #include "dravix/media/zm_file.h"
 #include "dravix/media/zm_sample.h"
-#include "dravix/media/zme_to_zme.h"
 #include "tests/media/zm_test_util.h"
 #include "tests/support/test_home.h"
 

@@ -41,7 +41,7 @@ TEST_F(AtomicFile, ReplacesContentWithExactModeAndNoStrayFile) {
   ::umask(oldMask);
   ASSERT_TRUE(ok) << error;
   EXPECT_EQ(ReadFile(path), "new content");
-  struct stat st{};
+  struct stat st {};
   ASSERT_EQ(::stat(path.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 07777, 0640u);
   EXPECT_EQ(Entries(), std::vector<std::string>{"opt.xml"});

@@ -109,9 +109,9 @@ TEST_F(FaultLoop, SettingsFilesAreReplacedWholeOrKept) {
   schedule->LoadSchedule(cams, lists);
   cams[3].nEnabled = 1;
   schedule->SaveSchedule(cams, lists);
-  EXPECT_GE(FailEachOperation(dravix::schedule::kScheduleFileName, oldSchedule,
-                              [&] { return schedule->Save() != FALSE; }),
-            3);
+  EXPECT_GE(
+      FailEachOperation(dravix::schedule::kScheduleFileName, oldSchedule, [&] { return schedule->Save() != FALSE; }),
+      3);
   dravix::schedule::SetFreeSpaceProbe(nullptr);
 
   // "User.zmi": the manager reads the accounts standing in the file.

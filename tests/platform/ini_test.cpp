@@ -56,16 +56,29 @@ TEST_F(Ini, TrimmingCaseAndTrailingBlankRules) {
     const char* key;
     std::string want;
   } cases[] = {
-      {"MODEL", "WATCHDOG", "1"},       {"model", "watchdog", "1"},   {"Model", "WatchDog", "1"},
-      {"MODEL", "LIVESOUND", "1"},      {"MODEL", "LIVESOUND ", "<def>"},  // asked-for blank is kept
-      {"MODEL", " WATCHDOG", "<def>"},  {" Model ", "WATCHDOG", "<def>"},
-      {"MODEL", "EMPTY", ""},           {"MODEL", "NOEQ", "<def>"},   {"MODEL", "Path", "C:\\dvr\\a=b"},
+      {"MODEL", "WATCHDOG", "1"},
+      {"model", "watchdog", "1"},
+      {"Model", "WatchDog", "1"},
+      {"MODEL", "LIVESOUND", "1"},
+      {"MODEL", "LIVESOUND ", "<def>"},  // asked-for blank is kept
+      {"MODEL", " WATCHDOG", "<def>"},
+      {" Model ", "WATCHDOG", "<def>"},
+      {"MODEL", "EMPTY", ""},
+      {"MODEL", "NOEQ", "<def>"},
+      {"MODEL", "Path", "C:\\dvr\\a=b"},
       {"MODEL", "Other", "<def>"},  // only the first section of a name is seen
-      {"", "orphan", "<def>"},          {"MODEL", "orphan", "<def>"}, {"MODEL", "; a comment", "<def>"},
-      {"MODEL", "", "<def>"},           {"NOSUCH", "WATCHDOG", "<def>"},
+      {"", "orphan", "<def>"},
+      {"MODEL", "orphan", "<def>"},
+      {"MODEL", "; a comment", "<def>"},
+      {"MODEL", "", "<def>"},
+      {"NOSUCH", "WATCHDOG", "<def>"},
       // one pair of matching quotes around the value is dropped
-      {"MODEL", "Q1", "1"},             {"MODEL", "Q2", "a b "},      {"MODEL", "Q3", "\"mixed'"},
-      {"MODEL", "Q4", ""},              {"MODEL", "Q5", "\""},        {"MODEL", "Q6", "\"x\""},
+      {"MODEL", "Q1", "1"},
+      {"MODEL", "Q2", "a b "},
+      {"MODEL", "Q3", "\"mixed'"},
+      {"MODEL", "Q4", ""},
+      {"MODEL", "Q5", "\""},
+      {"MODEL", "Q6", "\"x\""},
       {"MODEL", "Q7", "\"a\"b"},
   };
   for (const Case& c : cases) EXPECT_EQ(Get(c.section, c.key), c.want) << c.section << "/" << c.key;

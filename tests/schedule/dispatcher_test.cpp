@@ -100,8 +100,14 @@ class TestClock {
   ~TestClock() { dravix::platform::ClearTestClock(); }
   // The calendar time `seconds` (0 .. 11:59:59) after the base.
   static SYSTEMTIME At(int seconds) {
-    return SYSTEMTIME{2008, 3, 6, 15, static_cast<WORD>(12 + seconds / 3600), static_cast<WORD>(seconds / 60 % 60),
-                      static_cast<WORD>(seconds % 60), 0};
+    return SYSTEMTIME{2008,
+                      3,
+                      6,
+                      15,
+                      static_cast<WORD>(12 + seconds / 3600),
+                      static_cast<WORD>(seconds / 60 % 60),
+                      static_cast<WORD>(seconds % 60),
+                      0};
   }
   void Set(int seconds) { now_.store(base_ + seconds); }
 
@@ -288,7 +294,7 @@ TEST(Dispatcher, QueuedEventsRunInOrderAndReleaseTheirObjectOnceAfterTheHandler)
   Counts counts, unhandledCounts;
   int aliveAtRun = 0;
   // The handler runs with its queue locked; chaining 1..3 through that queue must not deadlock.
-  RecordingHandler net, action(0, [&](const Call& c) {
+  RecordingHandler net, action(0, [&](const Call&c) {
     if (c.first != 0 && counts.deleted.load() == 0) ++aliveAtRun;
     if (c.second >= 1 && c.second < 3) D()->SendActionEvent(c.id, 0, c.second + 1);
   });

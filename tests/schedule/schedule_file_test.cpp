@@ -7,8 +7,8 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <initializer_list>
+#include <new>
 #include <string>
 
 // Every allocation of this test program is measured, so that a hostile
@@ -205,7 +205,7 @@ TEST_F(ScheduleFile, SaveNeedsThirtyMegabytesFreeAndLoadGivesBackWhatWasSaved) {
 }
 
 TEST_F(ScheduleFile, TheFirstValueTellsTheFormatVersionsAndWhatIsNotASchedule) {
-  const std::pair<uint32_t, LONG> cases[] = {{1100, 1200}, {1200, 1200}, {1500, 1500}, {0, 0},   {1, 0},
+  const std::pair<uint32_t, LONG> cases[] = {{1100, 1200}, {1200, 1200}, {1500, 1500}, {0, 0},    {1, 0},
                                              {1099, 0},    {1300, 0},    {1501, 0},    {1400, 0}, {0xFFFFFFFFu, 0}};
   for (const auto& [first, format] : cases) EXPECT_EQ(dravix::schedule::ScheduleFormatOf(first), format) << first;
 
@@ -251,8 +251,18 @@ TEST(ScheduleFormat, OldFilesAreReadFromTheStartInTheirOwnLayout) {
     b.u32(1).u32(2).u32(3).u32(4).u32(5).u32(6);  // connect, record, visual, manual, sensor, action flag
     // The action of that time: texts without the reserved bytes, then the
     // nine switches, the delay and the alarm id.
-    for (const auto& [n, c] : {std::pair<size_t, char>{32, 'M'}, {32, 'S'}, {160, 'R'}, {32, 'F'}, {160, 'N'},
-                               {32, 'L'}, {32, 'P'}, {160, 'T'}, {260, 'D'}, {260, 'V'}, {32, 'G'}, {160, 'H'},
+    for (const auto& [n, c] : {std::pair<size_t, char>{32, 'M'},
+                               {32, 'S'},
+                               {160, 'R'},
+                               {32, 'F'},
+                               {160, 'N'},
+                               {32, 'L'},
+                               {32, 'P'},
+                               {160, 'T'},
+                               {260, 'D'},
+                               {260, 'V'},
+                               {32, 'G'},
+                               {160, 'H'},
                                {260, 'C'}})
       b.raw(std::string(n, c));
     for (uint32_t v = 21; v <= 31; ++v) b.u32(v);

@@ -104,9 +104,8 @@ TEST_F(Schedule, TheTaskCheckTakesTheFirstTaskHoldingNow) {
     int h, m, s;
     WORD startHour;  // 0: no match
   } const cases[] = {
-      {7, 59, 59, 0},  {8, 0, 0, 8},   {12, 30, 0, 8}, {18, 0, 0, 8},  // the end is inclusive
-      {18, 0, 1, 0},   {22, 0, 0, 0},  {22, 0, 1, 22}, {3, 0, 0, 22},
-      {5, 59, 59, 22}, {6, 0, 0, 0},
+      {7, 59, 59, 0}, {8, 0, 0, 8},  {12, 30, 0, 8}, {18, 0, 0, 8},  // the end is inclusive
+      {18, 0, 1, 0},  {22, 0, 0, 0}, {22, 0, 1, 22}, {3, 0, 0, 22}, {5, 59, 59, 22}, {6, 0, 0, 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(testing::Message() << c.h << ":" << c.m << ":" << c.s);
@@ -321,7 +320,7 @@ TEST_F(Schedule, ByDateTheFirstUsableEntryOfTodayCounts) {
 TEST_F(Schedule, ByWeekdayTheDayTypePicksTheListAndOnlyAnEnabledCameraPosts) {
   Configure(1, 1, kScheduleWeekly, 1, {Task(9, 0, 17, 0, 0)});   // work days
   Configure(1, 1, kScheduleWeekly, 2, {Task(20, 0, 21, 0, 0)});  // off days
-  SetClock(At(2008, 3, 15, 10));                                   // Saturday: an off day
+  SetClock(At(2008, 3, 15, 10));                                 // Saturday: an off day
   EXPECT_EQ(M()->PostTimeSchedling(1), 1);
   EXPECT_EQ(Events(1, 15), (V{"16@20:00", "15@21:00", "6@21:00", "14@20:00", "14@21:00"}));
   ClearEvents(1);

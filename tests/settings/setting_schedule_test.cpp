@@ -3,8 +3,8 @@
 // task does. Also the sensor/relay card tests and the pass-throughs to the
 // dispatcher.
 #include "dravix/base/ztime.h"
-#include "dravix/settings/setting.h"
 #include "dravix/schedule/idispatcher.h"
+#include "dravix/settings/setting.h"
 #include "tests/config/option_fixture.h"
 #include "tests/support/schedule_support.h"
 
@@ -26,8 +26,8 @@ struct Answers {
 };
 
 Answers Read(ISetting* s, int n) {
-  return {s->IsRecord(n),      s->IsVisual(n),  s->IsManual(n),    s->IsPTZLoop(n),
-          s->AllowCameraConnection(n), s->IsConnect(n), s->GetEventFrom(n)};
+  return {s->IsRecord(n),  s->IsVisual(n),    s->IsManual(n), s->IsPTZLoop(n), s->AllowCameraConnection(n),
+          s->IsConnect(n), s->GetEventFrom(n)};
 }
 
 class SettingScheduleTest : public OptionHome {
@@ -249,12 +249,9 @@ TEST_F(SettingScheduleTest, FlashAndSingleViewReaders) {
     int hour;
     std::vector<int> expected;  // flash, change view, stop view, delay
   } rows[] = {
-      {1, 0, 0, 1, 10, {1, 0, 0, 7}},
-      {1, 1, 0, 1, 10, {1, 1, 1, 7}},
-      {0, 1, 0, 1, 10, {0, 0, 0, 0}},
-      {1, 1, 1, 1, 10, {0, 1, 1, 9}},  // the task's block
-      {1, 1, 1, 0, 10, {0, 0, 0, 0}},
-      {1, 1, 1, 1, 12, {0, 0, 0, 0}},  // no task now
+      {1, 0, 0, 1, 10, {1, 0, 0, 7}}, {1, 1, 0, 1, 10, {1, 1, 1, 7}},
+      {0, 1, 0, 1, 10, {0, 0, 0, 0}}, {1, 1, 1, 1, 10, {0, 1, 1, 9}},  // the task's block
+      {1, 1, 1, 0, 10, {0, 0, 0, 0}}, {1, 1, 1, 1, 12, {0, 0, 0, 0}},  // no task now
   };
   for (const auto& r : rows) {
     SCOPED_TRACE(&r - rows);

@@ -1,8 +1,8 @@
 // The settings store's own rules: the frame-rate clamp by recorder model,
 // derived readers, and the values kept in INI files.
+#include "dravix/settings/setting.h"
 #include "dravix/base/zfile.h"
 #include "dravix/base/ztime.h"
-#include "dravix/settings/setting.h"
 #include "dravix/live/bt878utl.h"
 #include "dravix/live/simcard.h"
 #include "tests/config/option_fixture.h"
@@ -20,7 +20,7 @@ using SettingTest = OptionHome;
 TEST_F(SettingTest, FrameRateClampByModel) {
   struct Row {
     int model;
-    int pal;   // limit, 0 = none
+    int pal;  // limit, 0 = none
     int ntsc;
   };
   const Row table[] = {{0, 0, 0}, {20, 6, 8}, {21, 12, 15}, {22, 6, 8}, {23, 12, 15}, {24, 0, 0}};

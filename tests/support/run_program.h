@@ -18,9 +18,9 @@ struct ProgramResult {
 };
 
 struct ProgramOptions {
-  std::string input;                                       // fed to standard input
-  std::vector<std::pair<std::string, std::string>> env;    // added to the environment
-  std::string user;                                        // run as this user (needs root)
+  std::string input;                                     // fed to standard input
+  std::vector<std::pair<std::string, std::string>> env;  // added to the environment
+  std::string user;                                      // run as this user (needs root)
 };
 
 // The path of the built `dravix` program ($DRAVIX_TEST_BINARY_DIR/dravix).

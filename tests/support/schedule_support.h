@@ -13,15 +13,15 @@
 namespace dravix::test {
 
 inline SYSTEMTIME At(int year, int month, int day, int hour = 0, int minute = 0, int second = 0) {
-  return SYSTEMTIME{static_cast<WORD>(year), static_cast<WORD>(month),  0, static_cast<WORD>(day),
-                    static_cast<WORD>(hour), static_cast<WORD>(minute), static_cast<WORD>(second), 0};
+  return SYSTEMTIME{
+      static_cast<WORD>(year),   static_cast<WORD>(month),  0, static_cast<WORD>(day), static_cast<WORD>(hour),
+      static_cast<WORD>(minute), static_cast<WORD>(second), 0};
 }
 
 // A time of day on a date far from any test day: only the time may count.
 inline SYSTEMTIME TimeOfDay(int hour, int minute, int second = 0) { return At(1999, 1, 1, hour, minute, second); }
 
-inline tagDSWORKTASK Task(int fromHour, int fromMinute, int toHour, int toMinute, BOOL connect = 1,
-                          BOOL record = 1) {
+inline tagDSWORKTASK Task(int fromHour, int fromMinute, int toHour, int toMinute, BOOL connect = 1, BOOL record = 1) {
   tagDSWORKTASK t{};
   t.start = TimeOfDay(fromHour, fromMinute);
   t.end = TimeOfDay(toHour, toMinute);

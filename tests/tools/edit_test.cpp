@@ -57,10 +57,9 @@ TEST_F(Edits, TwoEditsAtOnceBothLand) {
         {"config", "set", "Camera/Camera1/DsRecord/FrameRate", a},
         {"schedule", "add-task", std::to_string(round % 16), "00:00", "01:00"},
         {"users", "add", nameA, "--password-stdin"}};
-    const std::vector<std::vector<std::string>> second = {
-        {"config", "set", "Camera/Camera2/DsRecord/FrameRate", b},
-        {"schedule", "enable", std::to_string(round % 16)},
-        {"users", "add", nameB, "--password-stdin"}};
+    const std::vector<std::vector<std::string>> second = {{"config", "set", "Camera/Camera2/DsRecord/FrameRate", b},
+                                                          {"schedule", "enable", std::to_string(round % 16)},
+                                                          {"users", "add", nameB, "--password-stdin"}};
     for (size_t i = 0; i < first.size(); ++i) {
       ProgramResult ra, rb;
       std::thread t([&] { ra = Run(first[i], "pw\n"); });
@@ -81,7 +80,8 @@ TEST_F(Edits, TwoEditsAtOnceBothLand) {
 }
 
 TEST_F(Edits, ATornDocumentIsRefusedAndKept) {
-  const std::string torn = "<?xml version=\"1.0\"?>\n<f:ZeploXML xmlns:f=\"http://www.zeplo.com/ZeploXML\"><General><Si";
+  const std::string torn =
+      "<?xml version=\"1.0\"?>\n<f:ZeploXML xmlns:f=\"http://www.zeplo.com/ZeploXML\"><General><Si";
   WriteFile("DVROPTION.XML", torn);
   for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
            {"config", "get", "General/SiteName"}, {"config", "show"}, {"config", "set", "General/SiteName", "x"}}) {
@@ -121,8 +121,8 @@ TEST_F(Edits, ConfigSetTakesOnlyValuesTheSettingHolds) {
 
 TEST_F(Edits, ReadOnlyCommandsWriteNothing) {
   const std::vector<std::vector<std::string>> commands = {
-      {"users", "list"}, {"config", "show", "General"}, {"config", "get", "General/SiteName"},
-      {"schedule", "show"}, {"schedule", "show", "3"}, {"switches"}};
+      {"users", "list"},    {"config", "show", "General"}, {"config", "get", "General/SiteName"},
+      {"schedule", "show"}, {"schedule", "show", "3"},     {"switches"}};
   for (const bool filled : {false, true}) {
     if (filled) {
       ASSERT_EQ(Run({"config", "set", "General/SiteName", "x"}).status, 0);

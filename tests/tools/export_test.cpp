@@ -66,8 +66,10 @@ std::vector<double> Numbers(const std::string& text) {
 }
 
 int VideoFrames(const std::string& file) {
-  const Shell s = Sh("ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames "
-                      "-of csv=p=0 " + Q(file));
+  const Shell s =
+      Sh("ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames "
+         "-of csv=p=0 " +
+         Q(file));
   return s.status == 0 && !s.out.empty() ? std::stoi(s.out) : -1;
 }
 
@@ -76,7 +78,8 @@ std::vector<double> FrameTimes(const std::string& file) {
 }
 
 double Duration(const std::string& file) {
-  const std::vector<double> d = Numbers(Sh("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)).out);
+  const std::vector<double> d =
+      Numbers(Sh("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)).out);
   return d.empty() ? -1 : d.front();
 }
 
@@ -87,7 +90,8 @@ std::string DecodeErrors(const std::string& file) {
 
 // The frame codes of every decoded picture, in order.
 std::vector<FrameCode> Codes(const std::string& file, int width, int height) {
-  const Shell s = Sh("ffmpeg -nostdin -v error -i " + Q(file) + " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
+  const Shell s =
+      Sh("ffmpeg -nostdin -v error -i " + Q(file) + " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
   std::vector<FrameCode> codes;
   const size_t frame = static_cast<size_t>(width) * height;
   for (size_t at = 0; at + frame <= s.out.size(); at += frame) {
@@ -152,12 +156,12 @@ constexpr Case kSizeCodes[] = {{"", "320x240", 320, 240}, {"", "640x240", 640, 2
 class Export : public TestHome {
  protected:
   // Writes a real recording; fails the test when the program fails.
-  std::string Record(const std::string& name, const std::string& codec, const std::string& size, int fps,
-                     int seconds, bool audio = true, const std::string& start = kStart) {
+  std::string Record(const std::string& name, const std::string& codec, const std::string& size, int fps, int seconds,
+                     bool audio = true, const std::string& start = kStart) {
     const std::string path = Path(name);
-    std::vector<std::string> args{"write-test-recording", path, "--codec", codec, "--size", size,
-                                  "--fps", std::to_string(fps), "--seconds", std::to_string(seconds),
-                                  "--start", start};
+    std::vector<std::string> args{
+        "write-test-recording",  path,      "--codec", codec, "--size", size, "--fps", std::to_string(fps), "--seconds",
+        std::to_string(seconds), "--start", start};
     if (audio) args.push_back("--audio");
     const ProgramResult r = RunDravix(args);
     EXPECT_EQ(r.status, 0) << r.err;
@@ -368,7 +372,8 @@ TEST_F(Export, SeveralRecordingsWithAGap) {
   EXPECT_NEAR(t[40], 10.0, 1e-3);  // c keeps its distance on the wall clock
   EXPECT_EQ(codes[40].seconds, kStartSeconds + 10);
   bool gap = false;
-  for (const Chapter& ch : Chapters(out)) gap = gap || (std::abs(ch.start - 10.0) < 1e-3 && ch.title.find("gap") != std::string::npos);
+  for (const Chapter& ch : Chapters(out))
+    gap = gap || (std::abs(ch.start - 10.0) < 1e-3 && ch.title.find("gap") != std::string::npos);
   EXPECT_TRUE(gap);
 }
 

@@ -57,18 +57,15 @@ TEST_F(MediaCut, RefusesADestinationThatIsTheSourceOrItsIndexUnderAnyName) {
   const struct {
     std::string src, dst, expect;
   } cases[] = {
-      {"cam01.dat", "cam01.dat", "is the source"},
-      {"cam01.dat", "./cam01.dat", "is the source"},
-      {"base.dat", "base.clip", "is the source's index"},
-      {"base.dat", "base.idx", "is the source's index"},
-      {"cam01.dat", "hard.dat", "is the source"},
-      {"cam01.dat", "soft.dat", "is the source"},
+      {"cam01.dat", "cam01.dat", "is the source"},         {"cam01.dat", "./cam01.dat", "is the source"},
+      {"base.dat", "base.clip", "is the source's index"},  {"base.dat", "base.idx", "is the source's index"},
+      {"cam01.dat", "hard.dat", "is the source"},          {"cam01.dat", "soft.dat", "is the source"},
       {"cam01.dat", "other.dat", "is the source's index"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.src + " -> " + c.dst);
-    const ProgramResult r = RunDravix(
-        {"cut", Path(c.src), Path(c.dst), "--from", "2008-03-15 12:00:01", "--to", "2008-03-15 12:00:04"});
+    const ProgramResult r =
+        RunDravix({"cut", Path(c.src), Path(c.dst), "--from", "2008-03-15 12:00:01", "--to", "2008-03-15 12:00:04"});
     EXPECT_EQ(r.status, 1) << r.err;
     EXPECT_NE(r.err.find(c.expect), std::string::npos) << r.err;
     EXPECT_EQ(Snapshot(home()), start);

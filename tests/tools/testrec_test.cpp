@@ -61,7 +61,7 @@ TEST_F(TestRecordingCommand, RefusesWhatMakesNoRecordAndWritesNothing) {
       {{"--size", "640x480x2"}, 2},
       {{"--codec", "vp8"}, 2},
       {{"--fps", "0"}, 2},
-      {{"--frame-bytes", "100"}, 2},         // a noise setting without --noise
+      {{"--frame-bytes", "100"}, 2},          // a noise setting without --noise
       {{"--noise", "--size", "176x144"}, 2},  // noise has only the size-code table
       {{"--audio", "--no-audio"}, 2},
   };
@@ -117,8 +117,8 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
     SCOPED_TRACE(c.out);
     const ProgramResult r = RunDravix({"frame", Path(c.src), "--at", "2008-03-15 12:00:01.350", Path(c.out)});
     ASSERT_EQ(r.status, 0) << r.err;
-    const std::string probe = Capture("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 '" +
-                                      Path(c.out) + "'");
+    const std::string probe =
+        Capture("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 '" + Path(c.out) + "'");
     EXPECT_EQ(probe, c.codec + "," + std::to_string(c.width) + "," + std::to_string(c.height) + "\n");
     EXPECT_EQ(FrameNumberIn(Path(c.out), c.width, c.height), 13);
   }
@@ -127,10 +127,10 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
   const auto before = Files(home());
   const std::string recording = ReadFile(Path("m.dat"));
   const std::vector<std::pair<std::vector<std::string>, int>> bad = {
-      {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("m.dat")}, 2},       // not a picture name
+      {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("m.dat")}, 2},  // not a picture name
       {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("x.png")}, 2},
-      {{"frame", Path("m.dat"), "--at", "2008-03-15 11:59:59", Path("x.jpg")}, 1},       // before the first
-      {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:05", Path("x.jpg")}, 1},       // after the last
+      {{"frame", Path("m.dat"), "--at", "2008-03-15 11:59:59", Path("x.jpg")}, 1},  // before the first
+      {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:05", Path("x.jpg")}, 1},  // after the last
       {{"frame", Path("none.dat"), "--at", "2008-03-15 12:00:01", Path("x.jpg")}, 1},
       {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("no/x.jpg")}, 1},
       {{"frame", Path("m.dat"), "--at", "yesterday", Path("x.jpg")}, 2},

@@ -70,7 +70,7 @@ TEST_F(Accounts, EditsFollowTheCaseRulesAndStayInTheCallersList) {
   EXPECT_EQ(M()->SearchUser(User("operator1"), users), 1);
   EXPECT_EQ(M()->SearchUser(User("operator"), users), -1);
   for (const char* name : {"Admin", "ADMIN", "aDmIn"}) EXPECT_FALSE(M()->Delete(User(name), users)) << name;
-  EXPECT_TRUE(M()->Delete(User("nobody"), users));  // TRUE though nothing was found
+  EXPECT_TRUE(M()->Delete(User("nobody"), users));                                     // TRUE though nothing was found
   for (LONG index : {2, -1}) EXPECT_TRUE(M()->Modify(User("changed"), users, index));  // out of range: nothing
   EXPECT_EQ(FieldText(users[1].szName), "Operator1");
   EXPECT_TRUE(M()->Modify(User("Operator2", "pw", "1"), users, 1));
@@ -87,8 +87,8 @@ TEST_F(Accounts, TheLogInCheckTakesPlainPasswordsAndDigests) {
   CUserArray users;
   M()->Load(users);
   users.insert(users.end(), {User("plain", "pw", "2"), User("hashed", PasswordDigest("s3cret").c_str(), "Operator"),
-                              User("long16", PasswordDigest(sixteen).c_str(), "supervisor"),
-                              User("long17", PasswordDigest(seventeen).c_str(), "1"), User("odd", "x", "7")});
+                             User("long16", PasswordDigest(sixteen).c_str(), "supervisor"),
+                             User("long17", PasswordDigest(seventeen).c_str(), "1"), User("odd", "x", "7")});
   M()->Save(users);
   struct Case {
     const char* name;
