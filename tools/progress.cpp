@@ -21,6 +21,8 @@ void Progress::Update(int percent) {
     std::fprintf(stderr, "\r%s [%s%s] %3d%%", label_.c_str(), std::string(filled, '#').c_str(),
                  std::string(kWidth - filled, '.').c_str(), percent);
   } else {
+    if (percent / 10 == lastLine_) return;
+    lastLine_ = percent / 10;
     std::fprintf(stderr, "%s %d%%\n", label_.c_str(), percent);
   }
   std::fflush(stderr);

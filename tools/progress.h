@@ -1,5 +1,6 @@
 // Progress for long work: a redrawn bar on a terminal, plain "NN%" lines
-// (one per whole-percent change) when standard error is not a terminal.
+// (one as each tenth is reached) when standard error is not a terminal,
+// so a log file is not filled with a hundred lines per command.
 #pragma once
 
 #include <string>
@@ -22,6 +23,7 @@ class Progress {
   std::string label_;
   bool tty_;
   int last_ = -1;
+  int lastLine_ = -1;  // last tenth printed off a terminal
   bool finished_ = false;
 };
 
