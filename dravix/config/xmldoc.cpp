@@ -252,6 +252,10 @@ bool KeepXmlChars(std::string_view text, std::string* out) {
   const auto* s = reinterpret_cast<const unsigned char*>(text.data());
   size_t i = 0;
   while (i < text.size()) {
+    if (s[i] >= 0x20 && s[i] < 0x80) {  // the usual case, settled without decoding
+      ++i;
+      continue;
+    }
     const size_t len = AllowedCharLength(s + i, text.size() - i);
     if (len == 0) break;
     i += len;
@@ -372,8 +376,11 @@ std::string_view CutAtCharBoundary(std::string_view text, size_t max) {
   return text.substr(0, CompletePrefix(text.data(), max));
 }
 
-// Replaces the content of `element` with one text (none when empty).
+// Replaces the content of `element` with one text (none when empty),
+// without what XML 1.0 cannot hold, so the tree stays writable.
 void SetElementText(pugi::xml_node element, std::string_view text, ChildFinder& finder) {
+  std::string kept;
+  if (KeepXmlChars(text, &kept)) text = kept;
   pugi::xml_node only = element.first_child();
   if (only && !only.next_sibling() && only.type() == pugi::node_pcdata && !text.empty()) {
     // Most settings did not change since the load.
@@ -470,7 +477,7 @@ class TreeWriter final : public OptionVisitor {
     pugi::xml_node n = finder_.Find(parent, name);
     // Nothing is created beside the root: a document whose root is not
     // "ZeploXML" takes no settings.
-    if (n || !parent || parent.type() != pugi::node_element) return n;
+    if (n || !parent || parent.type() != pugi::node_element || !XmlName(name)) return n;
     n = parent.append_child(std::string(name).c_str());
     finder_.Added(parent, n);
     return n;
@@ -505,6 +512,9 @@ struct ZXMLMGR::Document {
   ChildFinder finder;
   bool loaded = false;
   bool parsed = false;
+  // Whether the tree holds only what XML 1.0 can write back: set by the
+  // walk at load, kept by the writer, which filters what it puts in.
+  bool writable = false;
   std::string loadError;  // why the last load did not parse, "" when it did
   bool defaultsFilled = false;
   tagDSZEPLODVROPTION sections{};  // each section's private copy of its part
@@ -546,7 +556,8 @@ struct ZXMLMGR::Document {
       pugi::xml_attribute enc = decl.attribute("encoding");
       if (enc) enc.set_value("UTF-8");
     }
-    if (MakeTreeWritable(dom)) finder.Clear();
+    if (!writable && MakeTreeWritable(dom)) finder.Clear();
+    writable = true;
     out.bytes.clear();  // keeps the capacity of the last save
     dom.save(out, "\t", pugi::format_indent, pugi::encoding_utf8);
   }
@@ -564,6 +575,7 @@ struct ZXMLMGR::Document {
     const pugi::xml_parse_result r =
         dom.load_buffer(data, size, pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single);
     if (r) MakeTreeWritable(dom);
+    writable = static_cast<bool>(r);
     parsed = static_cast<bool>(r) && RootCount() == 1;
     loadError = ParseError(r);
     if (!parsed) BuildDefault();
@@ -590,6 +602,7 @@ struct ZXMLMGR::Document {
     constexpr unsigned kParse = pugi::parse_default | pugi::parse_declaration | pugi::parse_ws_pcdata_single;
     const pugi::xml_parse_result r = regular ? dom.load_file(path.c_str(), kParse) : pugi::xml_parse_result{};
     if (r) MakeTreeWritable(dom);  // before the root is counted: it may go
+    writable = static_cast<bool>(r);
     // pugixml also takes a fragment with several top-level elements; a
     // document has exactly one.
     parsed = regular && static_cast<bool>(r) && RootCount() == 1;
