@@ -1,52 +1,23 @@
 #include "dravix/media/audio_source.h"
 
+#include "dravix/media/av_internal.h"
+
 extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavdevice/avdevice.h>
-#include <libavformat/avformat.h>
 #include <libavutil/channel_layout.h>
-#include <libavutil/error.h>
 #include <libswresample/swresample.h>
 }
 
-#include <mutex>
-
 namespace dravix::media {
-namespace {
-
-std::string AvError(int code) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(code, text, sizeof text);
-  return text;
-}
-
-void RegisterDevices() {
-  static std::once_flag once;
-  std::call_once(once, [] { avdevice_register_all(); });
-}
-
-}  // namespace
 
 struct AudioSource::Impl {
-  AVFormatContext* input = nullptr;
-  AVCodecContext* decoder = nullptr;
-  AVFrame* frame = nullptr;
-  AVPacket* packet = nullptr;
+  DecodingInput in;
   SwrContext* swr = nullptr;
-  int stream = -1;
-  bool draining = false;
-  bool ended = false;
   AudioSourceOptions options;
 
-  ~Impl() {
-    swr_free(&swr);
-    av_packet_free(&packet);
-    av_frame_free(&frame);
-    avcodec_free_context(&decoder);
-    avformat_close_input(&input);
-  }
+  ~Impl() { swr_free(&swr); }
 
   bool Convert(std::vector<uint8_t>* pcm, std::string* error) {
+    const AVFrame* frame = in.frame;
     if (swr == nullptr) {
       AVChannelLayout out{};
       av_channel_layout_default(&out, options.channels);
@@ -90,36 +61,13 @@ std::string AudioSource::ToneUrl(int frequency, int sampleRate) {
 
 bool AudioSource::Open(const std::string& url, const AudioSourceOptions& options, std::string* error) {
   impl_.reset();
-  auto fail = [&](const std::string& why) {
-    if (error) *error = why;
+  if (options.sampleRate < 1000 || options.sampleRate > 192000 || options.channels < 1 || options.channels > 8) {
+    if (error) *error = "16-bit PCM of 1000 to 192000 Hz and 1 to 8 channels is needed";
     return false;
-  };
-  if (options.sampleRate < 1000 || options.sampleRate > 192000 || options.channels < 1 || options.channels > 8)
-    return fail("16-bit PCM of 1000 to 192000 Hz and 1 to 8 channels is needed");
-  RegisterDevices();
+  }
   auto impl = std::make_unique<Impl>();
   impl->options = options;
-  const AVInputFormat* format = nullptr;
-  if (!options.format.empty()) {
-    format = av_find_input_format(options.format.c_str());
-    if (format == nullptr) return fail("no input format named '" + options.format + "'");
-  }
-  int rc = avformat_open_input(&impl->input, url.c_str(), format, nullptr);
-  if (rc < 0) return fail("cannot open " + url + ": " + AvError(rc));
-  rc = avformat_find_stream_info(impl->input, nullptr);
-  if (rc < 0) return fail("cannot read the streams of " + url + ": " + AvError(rc));
-  const AVCodec* codec = nullptr;
-  rc = av_find_best_stream(impl->input, AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
-  if (rc < 0) return fail(url + " has no audio stream that can be decoded");
-  impl->stream = rc;
-  impl->decoder = avcodec_alloc_context3(codec);
-  impl->frame = av_frame_alloc();
-  impl->packet = av_packet_alloc();
-  if (impl->decoder == nullptr || impl->frame == nullptr || impl->packet == nullptr) return fail("out of memory");
-  rc = avcodec_parameters_to_context(impl->decoder, impl->input->streams[rc]->codecpar);
-  if (rc < 0) return fail("cannot set up the decoder of " + url + ": " + AvError(rc));
-  rc = avcodec_open2(impl->decoder, codec, nullptr);
-  if (rc < 0) return fail("cannot open the " + std::string(codec->name) + " decoder of " + url + ": " + AvError(rc));
+  if (!impl->in.Open(url, options.format, AVMEDIA_TYPE_AUDIO, 0, error)) return false;
   impl_ = std::move(impl);
   return true;
 }
@@ -130,43 +78,18 @@ AudioSource::Result AudioSource::Next(std::vector<uint8_t>* pcm, std::string* er
     return Result::kError;
   }
   Impl& s = *impl_;
-  if (s.ended) return Result::kEnd;
-  for (;;) {
-    int rc = avcodec_receive_frame(s.decoder, s.frame);
-    if (rc == 0) {
+  switch (s.in.NextFrame(error)) {
+    case DecodingInput::Step::kFrame: {
       const bool ok = s.Convert(pcm, error);
-      av_frame_unref(s.frame);
+      av_frame_unref(s.in.frame);
       return ok ? Result::kSamples : Result::kError;
     }
-    if (rc == AVERROR_EOF) {
-      s.ended = true;
+    case DecodingInput::Step::kEnd:
       return Result::kEnd;
-    }
-    if (rc != AVERROR(EAGAIN)) {
-      if (error) *error = "the decoder failed: " + AvError(rc);
-      return Result::kError;
-    }
-    rc = av_read_frame(s.input, s.packet);
-    if (rc == AVERROR_EOF) {
-      if (s.draining) {
-        s.ended = true;
-        return Result::kEnd;
-      }
-      s.draining = true;
-      avcodec_send_packet(s.decoder, nullptr);
-      continue;
-    }
-    if (rc < 0) {
-      if (error) *error = "cannot read the source: " + AvError(rc);
-      return Result::kError;
-    }
-    if (s.packet->stream_index == s.stream) rc = avcodec_send_packet(s.decoder, s.packet);
-    av_packet_unref(s.packet);
-    if (rc < 0 && rc != AVERROR(EAGAIN) && rc != AVERROR_INVALIDDATA) {
-      if (error) *error = "the decoder refused a packet: " + AvError(rc);
-      return Result::kError;
-    }
+    case DecodingInput::Step::kError:
+      break;
   }
+  return Result::kError;
 }
 
 }  // namespace dravix::media

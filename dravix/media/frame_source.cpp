@@ -1,29 +1,14 @@
 #include "dravix/media/frame_source.h"
 
+#include "dravix/media/av_internal.h"
+
 extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavdevice/avdevice.h>
-#include <libavformat/avformat.h>
-#include <libavutil/error.h>
 #include <libavutil/pixdesc.h>
 #include <libswscale/swscale.h>
 }
 
-#include <mutex>
-
 namespace dravix::media {
 namespace {
-
-std::string AvError(int code) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(code, text, sizeof text);
-  return text;
-}
-
-void RegisterDevices() {
-  static std::once_flag once;
-  std::call_once(once, [] { avdevice_register_all(); });
-}
 
 bool IsJpegFormat(int format) {
   return format == AV_PIX_FMT_YUVJ420P || format == AV_PIX_FMT_YUVJ422P || format == AV_PIX_FMT_YUVJ444P ||
@@ -51,25 +36,13 @@ AVPixelFormat PlainFormat(int format) {
 }  // namespace
 
 struct FrameSource::Impl {
-  AVFormatContext* input = nullptr;
-  AVCodecContext* decoder = nullptr;
-  AVFrame* frame = nullptr;
-  AVPacket* packet = nullptr;
+  DecodingInput in;
   SwsContext* sws = nullptr;
-  int stream = -1;
-  bool draining = false;
-  bool ended = false;
   FrameSourceOptions options;
   int64_t firstTs = AV_NOPTS_VALUE;
   int64_t pictures = 0;
 
-  ~Impl() {
-    sws_freeContext(sws);
-    av_packet_free(&packet);
-    av_frame_free(&frame);
-    avcodec_free_context(&decoder);
-    avformat_close_input(&input);
-  }
+  ~Impl() { sws_freeContext(sws); }
 
   SwsContext* Converter(int srcW, int srcH, int srcFormat, bool srcFull, int dstW, int dstH, AVPixelFormat dstFormat,
                         bool dstFull) {
@@ -85,6 +58,8 @@ struct FrameSource::Impl {
   }
 
   bool Convert(Picture* out, std::string* error) {
+    const AVFrame* frame = in.frame;
+    const AVStream* stream = in.input->streams[in.stream];
     const int w = frame->width & ~1;
     const int h = frame->height & ~1;
     if (w <= 0 || h <= 0) {
@@ -101,14 +76,14 @@ struct FrameSource::Impl {
     const int strides[4] = {w, w / 2, w / 2, 0};
     sws_scale(sws, frame->data, frame->linesize, 0, h, dst, strides);
     out->fullRange = options.fullRange;
-    const AVRational tb = input->streams[stream]->time_base;
+    const AVRational tb = stream->time_base;
     int64_t ts = frame->best_effort_timestamp;
     if (ts == AV_NOPTS_VALUE) ts = frame->pts;
     if (ts != AV_NOPTS_VALUE && firstTs == AV_NOPTS_VALUE) firstTs = ts;
     if (ts != AV_NOPTS_VALUE && tb.num > 0 && tb.den > 0) {
       out->timeMs = av_rescale_q(ts - firstTs, tb, AVRational{1, 1000});
     } else {
-      const AVRational rate = input->streams[stream]->avg_frame_rate;
+      const AVRational rate = stream->avg_frame_rate;
       out->timeMs = rate.num > 0 ? pictures * 1000 * rate.den / rate.num : 0;
     }
     ++pictures;
@@ -126,35 +101,9 @@ std::string FrameSource::TestPatternUrl(int width, int height, unsigned framesPe
 
 bool FrameSource::Open(const std::string& url, const FrameSourceOptions& options, std::string* error) {
   impl_.reset();
-  auto fail = [&](const std::string& why) {
-    if (error) *error = why;
-    return false;
-  };
-  RegisterDevices();
   auto impl = std::make_unique<Impl>();
   impl->options = options;
-  const AVInputFormat* format = nullptr;
-  if (!options.format.empty()) {
-    format = av_find_input_format(options.format.c_str());
-    if (format == nullptr) return fail("no input format named '" + options.format + "'");
-  }
-  int rc = avformat_open_input(&impl->input, url.c_str(), format, nullptr);
-  if (rc < 0) return fail("cannot open " + url + ": " + AvError(rc));
-  rc = avformat_find_stream_info(impl->input, nullptr);
-  if (rc < 0) return fail("cannot read the streams of " + url + ": " + AvError(rc));
-  const AVCodec* codec = nullptr;
-  rc = av_find_best_stream(impl->input, AVMEDIA_TYPE_VIDEO, -1, -1, &codec, 0);
-  if (rc < 0) return fail(url + " has no video stream that can be decoded");
-  impl->stream = rc;
-  impl->decoder = avcodec_alloc_context3(codec);
-  impl->frame = av_frame_alloc();
-  impl->packet = av_packet_alloc();
-  if (impl->decoder == nullptr || impl->frame == nullptr || impl->packet == nullptr) return fail("out of memory");
-  rc = avcodec_parameters_to_context(impl->decoder, impl->input->streams[rc]->codecpar);
-  if (rc < 0) return fail("cannot set up the decoder of " + url + ": " + AvError(rc));
-  impl->decoder->thread_count = 1;
-  rc = avcodec_open2(impl->decoder, codec, nullptr);
-  if (rc < 0) return fail("cannot open the " + std::string(codec->name) + " decoder of " + url + ": " + AvError(rc));
+  if (!impl->in.Open(url, options.format, AVMEDIA_TYPE_VIDEO, 1, error)) return false;
   impl_ = std::move(impl);
   return true;
 }
@@ -165,50 +114,25 @@ FrameSource::Result FrameSource::Next(Picture* picture, std::string* error) {
     return Result::kError;
   }
   Impl& s = *impl_;
-  if (s.ended) return Result::kEnd;
-  for (;;) {
-    int rc = avcodec_receive_frame(s.decoder, s.frame);
-    if (rc == 0) {
+  switch (s.in.NextFrame(error)) {
+    case DecodingInput::Step::kFrame: {
       const bool ok = s.Convert(picture, error);
-      av_frame_unref(s.frame);
+      av_frame_unref(s.in.frame);
       return ok ? Result::kPicture : Result::kError;
     }
-    if (rc == AVERROR_EOF) {
-      s.ended = true;
+    case DecodingInput::Step::kEnd:
       return Result::kEnd;
-    }
-    if (rc != AVERROR(EAGAIN)) {
-      if (error) *error = "the decoder failed: " + AvError(rc);
-      return Result::kError;
-    }
-    rc = av_read_frame(s.input, s.packet);
-    if (rc == AVERROR_EOF) {
-      if (s.draining) {
-        s.ended = true;
-        return Result::kEnd;
-      }
-      s.draining = true;
-      avcodec_send_packet(s.decoder, nullptr);
-      continue;
-    }
-    if (rc < 0) {
-      if (error) *error = "cannot read the source: " + AvError(rc);
-      return Result::kError;
-    }
-    if (s.packet->stream_index == s.stream) rc = avcodec_send_packet(s.decoder, s.packet);
-    av_packet_unref(s.packet);
-    if (rc < 0 && rc != AVERROR(EAGAIN) && rc != AVERROR_INVALIDDATA) {
-      if (error) *error = "the decoder refused a packet: " + AvError(rc);
-      return Result::kError;
-    }
+    case DecodingInput::Step::kError:
+      break;
   }
+  return Result::kError;
 }
 
-int FrameSource::SourceWidth() const { return impl_ ? impl_->decoder->width : 0; }
-int FrameSource::SourceHeight() const { return impl_ ? impl_->decoder->height : 0; }
+int FrameSource::SourceWidth() const { return impl_ ? impl_->in.decoder->width : 0; }
+int FrameSource::SourceHeight() const { return impl_ ? impl_->in.decoder->height : 0; }
 double FrameSource::SourceFrameRate() const {
   if (!impl_) return 0;
-  const AVRational r = impl_->input->streams[impl_->stream]->avg_frame_rate;
+  const AVRational r = impl_->in.input->streams[impl_->in.stream]->avg_frame_rate;
   return r.num > 0 && r.den > 0 ? static_cast<double>(r.num) / r.den : 0;
 }
 

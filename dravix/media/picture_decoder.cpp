@@ -1,5 +1,6 @@
 #include "dravix/media/picture_decoder.h"
 
+#include "dravix/media/av_internal.h"
 #include "dravix/media/zm_format.h"
 
 extern "C" {
@@ -12,12 +13,6 @@ extern "C" {
 
 namespace dravix::media {
 namespace {
-
-std::string AvError(int code) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(code, text, sizeof text);
-  return text;
-}
 
 void CopyPlane(const uint8_t* src, int srcStride, uint8_t* dst, int width, int height) {
   for (int row = 0; row < height; ++row)

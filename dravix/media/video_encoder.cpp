@@ -4,6 +4,7 @@
 // padding; the copy costs less than a per-cent of the encode.
 #include "dravix/media/video_encoder.h"
 
+#include "dravix/media/av_internal.h"
 #include "dravix/media/jfif.h"
 #include "dravix/media/zm_format.h"
 
@@ -19,12 +20,6 @@ extern "C" {
 
 namespace dravix::media {
 namespace {
-
-std::string AvError(int code) {
-  char text[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(code, text, sizeof text);
-  return text;
-}
 
 void CopyPlane(const uint8_t* src, int srcStride, uint8_t* dst, int dstStride, int width, int height) {
   for (int row = 0; row < height; ++row)

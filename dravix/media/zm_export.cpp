@@ -19,6 +19,7 @@
 #include "dravix/media/zm_export.h"
 
 #include "dravix/base/ztime.h"
+#include "dravix/media/av_internal.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_header_reader.h"
 #include "dravix/media/zm_record_walk.h"
@@ -54,12 +55,6 @@ constexpr AVRational kMs{1, 1000};
 // A second source that starts later than this after the previous one ends
 // counts as a gap.
 constexpr int64_t kGapTicks = kTicksPerSecond;
-
-std::string AvError(int err) {
-  char buf[AV_ERROR_MAX_STRING_SIZE] = {};
-  av_strerror(err, buf, sizeof buf);
-  return buf;
-}
 
 std::string WallText(int64_t ft) {
   SYSTEMTIME st{};

@@ -1,0 +1,52 @@
+// FFmpeg plumbing shared by the media sources, the encoder, the picture
+// decoder and the export. Internal to the library: FFmpeg's types stay out
+// of the installed headers, so this header is not installed.
+#pragma once
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+#include <string>
+
+namespace dravix::media {
+
+// FFmpeg's text for an error code.
+std::string AvError(int code);
+
+// Registers the capture devices (once per process), so a source can name
+// them and the lavfi patterns.
+void RegisterAvDevices();
+
+// An opened input and the decoder of its best stream of one kind, and the
+// loop that takes decoded frames out of it.
+struct DecodingInput {
+  AVFormatContext* input = nullptr;
+  AVCodecContext* decoder = nullptr;
+  AVFrame* frame = nullptr;
+  AVPacket* packet = nullptr;
+  int stream = -1;
+
+  DecodingInput() = default;
+  DecodingInput(const DecodingInput&) = delete;
+  DecodingInput& operator=(const DecodingInput&) = delete;
+  ~DecodingInput();
+
+  // Opens `url` (through the input format named `format`, when not empty)
+  // and the decoder of its best stream of `type`; `threads` 0 lets the
+  // decoder choose. False with the reason in `error`.
+  bool Open(const std::string& url, const std::string& format, AVMediaType type, int threads, std::string* error);
+
+  enum class Step { kFrame, kEnd, kError };
+  // The next decoded frame, in `frame` (the caller unrefs it). Packets of
+  // other streams are skipped, packets the decoder finds damaged are
+  // dropped, and the decoder is drained at the end of the input.
+  Step NextFrame(std::string* error);
+
+ private:
+  bool draining_ = false;
+  bool ended_ = false;
+};
+
+}  // namespace dravix::media
