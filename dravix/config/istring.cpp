@@ -6,6 +6,7 @@
 // give "" without trying again until the next LoadLang).
 #include "dravix/config/istring.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/lang_table.h"
 
@@ -21,7 +22,6 @@ namespace {
 using dravix::config::LangHost;
 
 std::atomic<int> g_host{IString::LIVE};
-std::once_flag g_once;
 std::unique_ptr<IString> sm_inst;
 
 constexpr char kEmpty[] = "";
@@ -102,8 +102,7 @@ IString::~IString() {
 }
 
 IString* IString::Instance() {
-  std::call_once(g_once, [] { sm_inst.reset(new IString()); });
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new IString(); });
 }
 
 void IString::SetHost(HOST host) { g_host.store(host); }

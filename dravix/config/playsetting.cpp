@@ -1,5 +1,6 @@
 #include "dravix/config/playsetting.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/config/xmldoc.h"
 #include "dravix/platform/file_io.h"
 
@@ -13,8 +14,7 @@ bool ValidCamera(int camera) { return camera >= 0 && camera < kDSMaxCamera; }
 }  // namespace
 
 IPlaySetting* IPlaySetting::Instance() {
-  static std::unique_ptr<IPlaySetting> sm_inst(new IPlaySetting());
-  return sm_inst.get();
+  return dravix::base::SingleInstance<IPlaySetting>([] { return new IPlaySetting(); });
 }
 
 IPlaySetting::IPlaySetting() = default;
@@ -71,8 +71,7 @@ int IPlaySetting::ReadDVROptionFromFile(const char* path) {
 }
 
 IBackupSetting* IBackupSetting::Instance() {
-  static std::unique_ptr<IBackupSetting> sm_inst(new IBackupSetting());
-  return sm_inst.get();
+  return dravix::base::SingleInstance<IBackupSetting>([] { return new IBackupSetting(); });
 }
 
 IBackupSetting::IBackupSetting() : option_(std::make_unique<tagDSZEPLODVROPTION>()) {

@@ -25,6 +25,7 @@
 #include "dravix/config/xmldoc.h"
 
 #include "dravix/base/notice.h"
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/option_visitor.h"
 #include "dravix/config/optiontext.h"
@@ -637,8 +638,7 @@ struct ZXMLMGR::Document {
 };
 
 ZXMLMGR* ZXMLMGR::Instance() {
-  static std::unique_ptr<ZXMLMGR> sm_inst(new ZXMLMGR());
-  return sm_inst.get();
+  return dravix::base::SingleInstance<ZXMLMGR>([] { return new ZXMLMGR(); });
 }
 
 ZXMLMGR::ZXMLMGR() : doc_(std::make_unique<Document>()) {}

@@ -6,6 +6,7 @@
 // the live channels are made, because making a channel asks for the count.
 #include "dravix/live/avmanager.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/switches.h"
 #include "dravix/live/bt878utl.h"
@@ -101,8 +102,7 @@ bool IsLiveProgramName(const std::string& name) {
 using namespace dravix::live;
 
 IAVManager* IAVManager::Instance() {
-  if (!sm_inst) sm_inst.reset(new IAVManager());
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new IAVManager(); });
 }
 
 IAVManager::IAVManager() {

@@ -1,5 +1,6 @@
 #include "dravix/live/bt878utl.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/live/simcard.h"
 
@@ -25,8 +26,7 @@ ZCardLibrary* DefaultLibrary() {
 }  // namespace
 
 IBt878Utl* IBt878Utl::Instance() {
-  if (!sm_inst) sm_inst.reset(new IBt878Utl(DefaultLibrary()));
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new IBt878Utl(DefaultLibrary()); });
 }
 
 void IBt878Utl::AttachCardLibrary(ZCardLibrary* impl) {

@@ -14,21 +14,19 @@
 // region. Every walk is also bounded by the region's size.
 #include "dravix/live/liveshare.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/log/ilog.h"
 #include "dravix/platform/named_mutex.h"
 #include "dravix/platform/shared_memory.h"
 
 #include <atomic>
 #include <cstring>
-#include <mutex>
 #include <string>
 #include <string_view>
 
 std::unique_ptr<ZShareMem> ZShareMem::sm_inst;
 
 namespace {
-
-std::once_flag g_once;
 
 // The mapped form of a record: the same 24 bytes, typed for atomic access.
 struct Slot {
@@ -121,8 +119,7 @@ std::string ZShareMem::TitleOf(const char* path) {
 }
 
 ZShareMem* ZShareMem::Instance() {
-  std::call_once(g_once, [] { sm_inst.reset(new ZShareMem); });
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new ZShareMem; });
 }
 
 ZShareMem::ZShareMem() : m_empty{{}, kEndOfList, 0} {

@@ -1,19 +1,9 @@
 #include "dravix/log/ilog.h"
 
 #include "dravix/base/notice.h"
-
-#include <mutex>
+#include "dravix/base/single_instance.h"
 
 namespace {
-
-// Creates T's one instance on first use, safely from any thread.
-template <typename T>
-T* Single(std::unique_ptr<T>& slot, std::once_flag& once, T* (*make)()) {
-  std::call_once(once, [&] { slot.reset(make()); });
-  return slot.get();
-}
-
-std::once_flag g_log_once, g_schedule_once, g_live_once, g_recycle_once;
 
 // The general log takes the notices of the floors below it.
 [[maybe_unused]] const bool g_notices =
@@ -27,14 +17,14 @@ std::unique_ptr<ILiveLog> ILiveLog::sm_inst;
 std::unique_ptr<IRecycleLog> IRecycleLog::sm_inst;
 
 ILog* ILog::Instance() {
-  return Single<ILog>(sm_inst, g_log_once, [] { return new ILog; });
+  return dravix::base::SingleInstance(sm_inst, [] { return new ILog; });
 }
 IScheduleLog* IScheduleLog::Instance() {
-  return Single<IScheduleLog>(sm_inst, g_schedule_once, [] { return new IScheduleLog; });
+  return dravix::base::SingleInstance(sm_inst, [] { return new IScheduleLog; });
 }
 ILiveLog* ILiveLog::Instance() {
-  return Single<ILiveLog>(sm_inst, g_live_once, [] { return new ILiveLog; });
+  return dravix::base::SingleInstance(sm_inst, [] { return new ILiveLog; });
 }
 IRecycleLog* IRecycleLog::Instance() {
-  return Single<IRecycleLog>(sm_inst, g_recycle_once, [] { return new IRecycleLog; });
+  return dravix::base::SingleInstance(sm_inst, [] { return new IRecycleLog; });
 }

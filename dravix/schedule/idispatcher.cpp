@@ -9,6 +9,7 @@
 // destructor can wake and join them at once.
 #include "dravix/schedule/idispatcher.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/schedule/event_ids.h"
 
 #include "dravix/base/ztime.h"
@@ -18,8 +19,6 @@
 #include <algorithm>
 
 namespace {
-
-std::once_flag g_once;
 
 // The clock as a ZM time. Converting is the costly part, so the last
 // conversion is kept per thread and reused while the clock shows the same
@@ -41,8 +40,7 @@ __int64 CurrentZMTime() {
 std::unique_ptr<IDispatcher> IDispatcher::sm_inst;
 
 IDispatcher* IDispatcher::Instance() {
-  std::call_once(g_once, [] { sm_inst.reset(new IDispatcher); });
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new IDispatcher; });
 }
 
 IDispatcher::IDispatcher() {

@@ -23,6 +23,7 @@
 // holds the times after 22:00 and before 06:00.
 #include "dravix/schedule/zschedulemanager.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/base/ztime.h"
 #include "dravix/log/ilog.h"
@@ -74,8 +75,7 @@ const std::vector<tagSCHEDULEPOSTED> kNoPosted;
 std::unique_ptr<ZScheduleManager> ZScheduleManager::sm_inst;
 
 ZScheduleManager* ZScheduleManager::Instance() {
-  if (!sm_inst) sm_inst.reset(new ZScheduleManager());
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new ZScheduleManager(); });
 }
 
 ZScheduleManager::ZScheduleManager() { Load(); }

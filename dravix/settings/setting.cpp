@@ -1,5 +1,6 @@
 #include "dravix/settings/setting.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/base/ztime.h"
 #include "dravix/config/option_visitor.h"
@@ -49,8 +50,7 @@ void CopyOut(const std::string& text, char* out, int size) {
 }  // namespace
 
 ISetting* ISetting::Instance() {
-  if (!sm_inst) sm_inst.reset(new ISetting());
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new ISetting(); });
 }
 
 ISetting::ISetting() {

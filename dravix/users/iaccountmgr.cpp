@@ -1,5 +1,6 @@
 #include "dravix/users/iaccountmgr.h"
 
+#include "dravix/base/single_instance.h"
 #include "dravix/base/zfile.h"
 #include "dravix/config/istring.h"
 #include "dravix/config/lang_ids.h"
@@ -57,8 +58,7 @@ using dravix::users::FieldText;
 std::unique_ptr<IAccountMgr> IAccountMgr::sm_inst;
 
 IAccountMgr* IAccountMgr::Instance() {
-  if (!sm_inst) sm_inst.reset(new IAccountMgr());
-  return sm_inst.get();
+  return dravix::base::SingleInstance(sm_inst, [] { return new IAccountMgr(); });
 }
 
 IAccountMgr::IAccountMgr() { InitUser(); }
