@@ -17,9 +17,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (skip + 20 <= size) start = dravix::media::LoadLE<int64_t>(data + skip + 12);
   dravix::media::PictureAtMoment found;
   std::string error;
-  for (const int64_t ms : {0, 500, 5000})
-    dravix::media::FindPictureAt(files.recording.c_str(), start + ms * dravix::media::kTicksPerMs, true, &found,
-                                 &error);
+  for (const int64_t ms : {0, 500, 5000}) {
+    // Any start time the header holds: the moment wraps as the file's own times do.
+    const auto at =
+        static_cast<int64_t>(static_cast<uint64_t>(start) + static_cast<uint64_t>(ms * dravix::media::kTicksPerMs));
+    dravix::media::FindPictureAt(files.recording.c_str(), at, true, &found, &error);
+  }
   files.Remove();
   return 0;
 }
