@@ -8,7 +8,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static dravix::fuzz::RecordingFiles files;
-  static const bool quiet = (dravix::media::QuietCodecLog(), true);
+  static const bool quiet = (dravix::media::SilenceCodecLog(), true);
   (void)quiet;
   if (!files.Write(data, size)) return 0;
   // The moment: half a second after the start time the header names.

@@ -7,5 +7,6 @@ extern "C" {
 namespace dravix::media {
 
 void QuietCodecLog() { av_log_set_level(AV_LOG_ERROR); }
+void SilenceCodecLog() { av_log_set_level(AV_LOG_QUIET); }
 
 }  // namespace dravix::media

@@ -10,5 +10,8 @@ namespace dravix::media {
 
 // Keeps only messages at error level or worse.
 void QuietCodecLog();
+// Keeps none: for callers that feed damaged data on purpose (fuzzing), where
+// every decode error is expected and its message is noise.
+void SilenceCodecLog();
 
 }  // namespace dravix::media
