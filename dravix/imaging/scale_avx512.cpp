@@ -50,77 +50,12 @@ DRAVIX_AVX512 inline void StoreBlock(BYTE* d, const BYTE* dstEnd, __m512i v, int
   }
 }
 
-// The 64 even bytes of the 128 at p: one two-register byte permute.
-DRAVIX_AVX512 inline __m512i Evens(const BYTE* p, __m512i even) {
-  return _mm512_permutex2var_epi8(_mm512_loadu_si512(p), even, _mm512_loadu_si512(p + 64));
-}
-
-// The first r (1..64) even bytes of p: reads [p, p + 2r - 1), writes r bytes.
-DRAVIX_AVX512 inline void EvensTail(const BYTE* p, BYTE* d, __m512i even, int r) {
-  const long long in = 2LL * r - 1;
-  const __m512i lo = _mm512_maskz_loadu_epi8(Prefix64(in), p);
-  const __m512i hi = _mm512_maskz_loadu_epi8(Prefix64(in - 64), p + 64);
-  _mm512_mask_storeu_epi8(d, Prefix64(r), _mm512_permutex2var_epi8(lo, even, hi));
-}
-
-// Every second byte of each row (the 2:1 plane case). Halving runs at the
-// speed of the caches, so the loop is kept lean: two blocks of 64 outputs
-// per step with both permutes ahead of both stores, no per-row bounds
-// arithmetic, and a row's last partial block done as a whole block of 64 or
-// 32 ending at the row's last output (it rewrites a few outputs with the
-// same bytes) when
-// the row's 2n source bytes lie inside the picture. Otherwise (short rows,
-// or rows past the picture when asked to enlarge vertically) masked loads
-// read only the picked bytes and those between them.
-__attribute__((noinline)) DRAVIX_AVX512 void PickHalves(const StridedJob& job) {
-  alignas(64) uint8_t pattern[64];
-  for (int j = 0; j < 64; ++j) pattern[j] = static_cast<uint8_t>(2 * j);
-  const __m512i even = _mm512_load_si512(pattern);
-  // Locals, not fields: the byte stores below may alias the job.
-  const BYTE* const src = job.src;
-  const BYTE* const srcEnd = job.srcEnd;
-  const long long srcRowBytes = job.srcRowBytes;
-  const double rowStep = job.rowStep;
-  const long long dstRowBytes = job.dstRowBytes;
-  const int rows = job.rows;
-  const int n = job.n;
-  const long long span = 2LL * n;
-  // The next row's start is worked out a row ahead, so that after the
-  // mispredicted exit of a row's loop its loads can start at once instead of
-  // waiting for a double multiply and two conversions.
-  const BYTE* next = src;
-  BYTE* dst = job.dst;
-  for (int y = 0; y < rows; ++y, dst += dstRowBytes) {
-    const BYTE* row = next;
-    next = src + static_cast<long long>((y + 1) * rowStep) * srcRowBytes;
-    if (n < 64 || srcEnd - row < span) {
-      for (int i = 0; i < n; i += 64) EvensTail(row + 2 * i, dst + i, even, std::min(64, n - i));
-      continue;
-    }
-    int i = 0;
-    for (; i + 128 <= n; i += 128) {
-      const __m512i a = Evens(row + 2 * i, even);
-      const __m512i b = Evens(row + 2 * i + 128, even);
-      _mm512_storeu_si512(dst + i, a);
-      _mm512_storeu_si512(dst + i + 64, b);
-    }
-    if (i + 64 <= n) {
-      _mm512_storeu_si512(dst + i, Evens(row + 2 * i, even));
-      i += 64;
-    }
-    if (n - i > 32) {
-      _mm512_storeu_si512(dst + n - 64, Evens(row + span - 128, even));
-    } else if (i < n) {
-      // The low bytes of the last 32 words are the last 32 outputs.
-      const __m256i last = _mm512_cvtepi16_epi8(_mm512_loadu_si512(row + span - 64));
-      _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + n - 32), last);
-    }
-  }
-}
-
 DRAVIX_AVX512 void PickStrided(const StridedJob& job) {
   if (job.e == 1 && job.k == 2) {
-    PickHalves(job);
+    // Halving is bound by the caches; the AVX2 loop (two packs per 32
+    // outputs) measured faster there than 64-byte permutes did.
+    const RowKernels* avx2 = Avx2Kernels();
+    (avx2 != nullptr ? *avx2 : ScalarKernels()).pick_strided(job);
     return;
   }
   const int e = job.e;
