@@ -203,9 +203,11 @@ struct CameraRecorder::Impl {
           ((s.maxFileBytes != 0 && writer.DataLength() >= s.maxFileBytes) ||
            at / kTicksPerDay != fileStart / kTicksPerDay))
         CloseFile();
+      bool opened = false;
       if (!writer.IsOpen()) {
         if (!p.key) continue;  // a file starts at a key picture
         if (!OpenFile(at)) return false;
+        opened = true;
       }
       const auto t = static_cast<uint32_t>((at - fileStart) / media::kTicksPerMs);
       if (FAILED(writer.AddRecord(0, t, p.data.data(), static_cast<uint32_t>(p.data.size()), p.key))) {
@@ -213,16 +215,19 @@ struct CameraRecorder::Impl {
         return false;
       }
       ++pictures;
+      // A new file tells its first picture at once: until then its header
+      // claims an open-ended data area, which readers cannot trust.
+      if (opened && !Checkpoint()) return false;
     }
-    const auto now = Clock::now();
-    if (writer.IsOpen() && now - lastCheckpoint >= kCheckpointEvery) {
-      lastCheckpoint = now;
-      if (FAILED(writer.Checkpoint())) {
-        Fail("camera " + std::to_string(s.camera) + ": cannot write or sync " + path + ": " + std::strerror(errno));
-        return false;
-      }
-    }
+    if (writer.IsOpen() && Clock::now() - lastCheckpoint >= kCheckpointEvery && !Checkpoint()) return false;
     return true;
+  }
+
+  bool Checkpoint() {
+    lastCheckpoint = Clock::now();
+    if (SUCCEEDED(writer.Checkpoint())) return true;
+    Fail("camera " + std::to_string(s.camera) + ": cannot write or sync " + path + ": " + std::strerror(errno));
+    return false;
   }
 
   bool OpenFile(int64_t at) {
