@@ -8,8 +8,6 @@
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_writer.h"
 
-#include <sys/stat.h>
-
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -51,9 +49,10 @@ std::tm WallFields(int64_t localFileTime, int* ms) {
 
 bool IsPattern(const std::string& url) { return url == "testsrc" || url == "testsrc2"; }
 
+// True when anything, a dangling link too, has the name.
 bool Exists(const std::string& path) {
-  struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0;
+  std::error_code ec;
+  return std::filesystem::symlink_status(path, ec).type() != std::filesystem::file_type::not_found;
 }
 
 }  // namespace
