@@ -4,6 +4,7 @@
 #include "dravix/live/picture_scale.h"
 #include "dravix/media/frame_code.h"
 #include "dravix/media/frame_source.h"
+#include "dravix/media/jfif.h"
 #include "dravix/media/video_encoder.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_writer.h"
@@ -107,7 +108,8 @@ struct CameraRecorder::Impl {
   std::string error;  // under `mutex`
 
   bool pattern = false;
-  int64_t sessionStart = 0;  // local FILETIME of the source's first picture
+  bool storeAsItComes = false;  // an MJPEG source that fits: its JPEG bytes are stored
+  int64_t sessionStart = 0;     // local FILETIME of the source's first picture
   Clock::time_point wallStart;
   uint64_t nextSlot = 0;  // the next frame slot of the camera's rate
   uint32_t ordinal = 0;   // pictures taken from the pattern
@@ -116,6 +118,7 @@ struct CameraRecorder::Impl {
   Clock::time_point lastCheckpoint;
   media::Picture picture;
   media::Picture scaled;
+  std::vector<uint8_t> jpeg;
   std::vector<media::EncodedPacket> packets;
 
   void Fail(const std::string& why) {
@@ -138,7 +141,8 @@ struct CameraRecorder::Impl {
   void Run() {
     std::string why;
     while (!StopAsked()) {
-      const media::FrameSource::Result r = source.Next(&picture, &why);
+      const media::FrameSource::Result r =
+          storeAsItComes ? source.NextPacket(&jpeg, &picture.timeMs, &why) : source.Next(&picture, &why);
       if (r == media::FrameSource::Result::kEnd) {
         Fail("camera " + std::to_string(s.camera) + ": the source " + s.url + " ended");
         break;
@@ -151,7 +155,8 @@ struct CameraRecorder::Impl {
       // A file or filter graph gives pictures as fast as it can; a live
       // source is never ahead of the clock, so this waits only for the former.
       if (!WaitUntil(wallStart + std::chrono::milliseconds(picture.timeMs))) break;
-      if (!Encode() || !Write()) break;
+      if (storeAsItComes ? !Keep() : !Encode()) break;
+      if (!Write()) break;
     }
     packets.clear();
     std::string flushError;
@@ -167,6 +172,18 @@ struct CameraRecorder::Impl {
     const int64_t halfPeriod = 500 / static_cast<int64_t>(s.framesPerSecond);
     if (picture.timeMs + halfPeriod < slotMs) return false;
     nextSlot = static_cast<uint64_t>((picture.timeMs + halfPeriod) * s.framesPerSecond / 1000) + 1;
+    return true;
+  }
+
+  // Takes a JPEG picture of the source as it came, with the JFIF marking a
+  // recording's MJPEG records need; one that is no JPEG picture is dropped.
+  bool Keep() {
+    packets.clear();
+    if (!media::EnsureJfifApp0(&jpeg)) return true;
+    packets.resize(1);
+    packets[0].data.swap(jpeg);
+    packets[0].key = true;
+    packets[0].timeMs = picture.timeMs;
     return true;
   }
 
@@ -328,6 +345,8 @@ bool CameraRecorder::Start(const CameraRecorderSettings& settings, std::string* 
     why = cam + ": cannot open the source " + settings.url + ": " + sourceError;
     return false;
   }
+  m.storeAsItComes = !m.pattern && settings.codec == media::kCodecMJPEG && m.source.IsMjpeg() &&
+                     m.source.SourceWidth() == settings.width && m.source.SourceHeight() == settings.height;
   media::VideoEncoderSettings es;
   es.codec = settings.codec;
   es.width = settings.width;

@@ -5,7 +5,9 @@
 // rate (pictures that come faster are dropped; a source read from a file or
 // a filter graph is paced to the wall clock), scales them to the camera's
 // picture size with the live scaling, encodes them to the camera's codec and
-// writes them with ZMRecordingWriter and its sparse index.
+// writes them with ZMRecordingWriter and its sparse index. An MJPEG source
+// whose pictures have the camera's size is not decoded: its JPEG pictures
+// are stored as they come (given the JFIF APP0 segment a record needs).
 //
 // Files. One file at a time, named after its first picture's local time:
 //   <record folder>/<YYYY-MM-DD>/cam<NN>/<hhmmssmmm>-<NN>.dat   (+ ".idx")

@@ -2,6 +2,7 @@
 
 #include "dravix/live/liveshare.h"
 #include "dravix/media/frame_code.h"
+#include "dravix/media/pattern_recording.h"
 #include "dravix/media/picture_decoder.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_summary.h"
@@ -46,6 +47,7 @@ std::vector<std::string> Recordings(const std::string& folder) {
 struct Frames {
   std::vector<int64_t> numbers;  // the frame codes of the pictures, in record order
   bool firstIsKey = false;
+  std::string firstPayload;
 };
 
 // Walks the records the header claims, decodes each picture and reads its
@@ -71,7 +73,10 @@ Frames ReadFrames(const std::string& path, int codec) {
       ADD_FAILURE() << path << ": a record runs past the data area at " << at;
       break;
     }
-    if (f.numbers.empty()) f.firstIsKey = h.flag == 1;
+    if (f.numbers.empty()) {
+      f.firstIsKey = h.flag == 1;
+      f.firstPayload = bytes.substr(at + media::kZMRecordHeadSize, h.length);
+    }
     media::Picture picture;
     bool got = false;
     EXPECT_TRUE(decoder.Decode(p + at + media::kZMRecordHeadSize, h.length, &picture, &got, &error)) << error;
@@ -166,6 +171,44 @@ TEST_F(CameraRecorderTest, TwoCamerasRollFilesWithFramesRunningOnAndRegisterOnly
     EXPECT_GE(next, 35) << "about 4 s at 10 pictures a second";
     EXPECT_EQ(static_cast<uint64_t>(next), cams[i].Pictures());
   }
+}
+
+// An MJPEG source of the camera's size is stored as it comes: the records
+// are the source's JPEG bytes, every picture in order.
+TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
+  media::PatternRecordingOptions o;
+  o.codec = media::kCodecMJPEG;
+  o.width = 320;
+  o.height = 240;
+  o.framesPerSecond = 10;
+  o.seconds = 2;
+  o.mjpegQuality = 95;  // another quality than the camera's: encoding again would show
+  o.startTime = 116444736000000000 + 1205582400LL * 10000000;  // 2008-03-15 12:00
+  std::string error;
+  ASSERT_TRUE(media::WritePatternRecording(Path("src.dat").c_str(), o, nullptr, &error)) << error;
+  const ProgramResult exported = RunDravix({"export", "--home", home(), Path("src.dat"), Path("src.mkv")});
+  ASSERT_EQ(exported.status, 0) << exported.out << exported.err;
+
+  CameraRecorder cam;
+  CameraRecorderSettings s;
+  s.url = Path("src.mkv");
+  s.folder = Path("rec");
+  s.codec = media::kCodecMJPEG;
+  s.width = 320;
+  s.height = 240;
+  s.framesPerSecond = 10;
+  s.mjpegQuality = 20;
+  ASSERT_TRUE(cam.Start(s, &error)) << error;
+  for (int i = 0; i < 60 && cam.IsRecording(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  cam.Stop();
+  EXPECT_NE(cam.Error().find("ended"), std::string::npos) << cam.Error();
+  const std::vector<std::string> files = Recordings(Path("rec"));
+  ASSERT_EQ(files.size(), 1u);
+  const Frames stored = ReadFrames(files[0], media::kCodecMJPEG);
+  ASSERT_EQ(stored.numbers.size(), 20u);
+  for (size_t i = 0; i < stored.numbers.size(); ++i) EXPECT_EQ(stored.numbers[i], static_cast<int64_t>(i));
+  EXPECT_EQ(stored.firstPayload, ReadFrames(Path("src.dat"), media::kCodecMJPEG).firstPayload)
+      << "the JPEG picture was encoded again";
 }
 
 TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
