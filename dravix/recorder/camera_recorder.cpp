@@ -9,6 +9,7 @@
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_writer.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -225,7 +226,10 @@ struct CameraRecorder::Impl {
         if (!OpenFile(at)) return false;
         opened = true;
       }
-      const auto t = static_cast<uint32_t>((at - fileStart) / media::kTicksPerMs);
+      // A source whose times step back (a camera that restarts its clock)
+      // has its pictures kept at the time of the one before.
+      const auto t = std::max(static_cast<uint32_t>(std::max<int64_t>(at - fileStart, 0) / media::kTicksPerMs),
+                              writer.RecordCount() != 0 ? writer.LastTime() : 0u);
       if (FAILED(writer.AddRecord(0, t, p.data.data(), static_cast<uint32_t>(p.data.size()), p.key))) {
         Fail("camera " + std::to_string(s.camera) + ": cannot write to " + path);
         return false;
