@@ -128,6 +128,40 @@ FrameSource::Result FrameSource::Next(Picture* picture, std::string* error) {
   return Result::kError;
 }
 
+FrameSource::Result FrameSource::NextPacket(std::vector<uint8_t>* data, int64_t* timeMs, std::string* error) {
+  if (!impl_) {
+    if (error) *error = "the source is not open";
+    return Result::kError;
+  }
+  Impl& s = *impl_;
+  AVPacket* packet = s.in.packet;
+  for (;;) {
+    const int rc = av_read_frame(s.in.input, packet);
+    if (rc == AVERROR_EOF) return Result::kEnd;
+    if (rc < 0) {
+      if (error) *error = "cannot read the source: " + AvError(rc);
+      return Result::kError;
+    }
+    if (packet->stream_index == s.in.stream && packet->size > 0) break;
+    av_packet_unref(packet);
+  }
+  data->assign(packet->data, packet->data + packet->size);
+  const AVStream* stream = s.in.input->streams[s.in.stream];
+  int64_t ts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+  if (ts != AV_NOPTS_VALUE && s.firstTs == AV_NOPTS_VALUE) s.firstTs = ts;
+  if (ts != AV_NOPTS_VALUE && stream->time_base.num > 0 && stream->time_base.den > 0) {
+    *timeMs = av_rescale_q(ts - s.firstTs, stream->time_base, AVRational{1, 1000});
+  } else {
+    const AVRational rate = stream->avg_frame_rate;
+    *timeMs = rate.num > 0 ? s.pictures * 1000 * rate.den / rate.num : 0;
+  }
+  ++s.pictures;
+  av_packet_unref(packet);
+  return Result::kPicture;
+}
+
+bool FrameSource::IsMjpeg() const { return impl_ && impl_->in.decoder->codec_id == AV_CODEC_ID_MJPEG; }
+
 int FrameSource::SourceWidth() const { return impl_ ? impl_->in.decoder->width : 0; }
 int FrameSource::SourceHeight() const { return impl_ ? impl_->in.decoder->height : 0; }
 double FrameSource::SourceFrameRate() const {

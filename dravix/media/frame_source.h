@@ -21,6 +21,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace dravix::media {
 
@@ -44,6 +45,14 @@ class FrameSource {
 
   // The next picture. kEnd at the end of the source; kError with `error`.
   Result Next(Picture* picture, std::string* error);
+
+  // The next compressed picture of the video stream as it came, undecoded
+  // (for storing MJPEG pictures without re-encoding them), and its time
+  // from the first one. A source is read either with Next() or with
+  // NextPacket(), not both.
+  Result NextPacket(std::vector<uint8_t>* data, int64_t* timeMs, std::string* error);
+  // True when the video stream is MJPEG: each packet one JPEG picture.
+  bool IsMjpeg() const;
 
   // The source's own picture size and frame rate (0 when unknown).
   int SourceWidth() const;

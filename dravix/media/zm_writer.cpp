@@ -302,6 +302,17 @@ bool ZMRecordingWriter::WriteHeader(uint64_t dataLength, int64_t duration) {
   return file_.PWrite(header_.bytes, kZMHeaderSize, 0);
 }
 
+HRESULT ZMRecordingWriter::Checkpoint() {
+  if (!IsOpen()) return E_UNEXPECTED;
+  if (hasPending_ || stashed_ != 0) return E_UNEXPECTED;  // a partial appended record
+  // Data first, then the index that points into them, then the header
+  // that claims them: a crash between the steps leaves the older claim.
+  if (!FlushBuffers() || !file_.Sync() || !index_.Sync()) failed_ = true;
+  if (!failed_ && !WriteHeader(recordsEnd_ - dataOffset_, static_cast<int64_t>(lastTime_) * kTicksPerMs))
+    failed_ = true;
+  return failed_ ? E_FAIL : S_OK;
+}
+
 HRESULT ZMRecordingWriter::Close(std::string* error) {
   if (!IsOpen()) return E_UNEXPECTED;
   if (!FlushBuffers()) failed_ = true;

@@ -13,7 +13,10 @@
 // area (data length 0x7FFFFFFF, duration covering every record time), so a
 // recording cut short by a crash keeps every whole record reachable and
 // ZCheckZMFile trims it to them. Close() writes the true data length and
-// duration (the time of the last record). Data reach the file before any
+// duration (the time of the last record). A file that others read while it
+// grows (a live recording) calls Checkpoint() now and then: the header then
+// tells the whole records written so far, and only after their bytes were
+// synced, so a crash keeps at least what the last checkpoint told. Data reach the file before any
 // index entry that points at them.
 //
 // Records are checked as they are added: a record the check would reject
@@ -93,6 +96,11 @@ class ZMRecordingWriter {
   HRESULT AppendRecordBytes(const uint8_t* bytes, size_t size);
 
   void SetLeadIn(int64_t leadIn) { leadIn_ = leadIn; }
+
+  // Writes out what is buffered, syncs the recording and then its index
+  // (fdatasync), and sets the header's data length and duration to the
+  // whole records so far. S_OK, or E_FAIL when a write or sync failed.
+  HRESULT Checkpoint();
 
   // Finishes the header and closes both files. A trailing partial record
   // left by AppendRecordBytes is cut off. S_OK, or E_FAIL when a write

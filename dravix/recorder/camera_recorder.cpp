@@ -1,0 +1,394 @@
+#include "dravix/recorder/camera_recorder.h"
+
+#include "dravix/live/liveshare.h"
+#include "dravix/live/picture_scale.h"
+#include "dravix/media/frame_code.h"
+#include "dravix/media/frame_source.h"
+#include "dravix/media/jfif.h"
+#include "dravix/media/video_encoder.h"
+#include "dravix/media/zm_format.h"
+#include "dravix/media/zm_writer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace dravix::recorder {
+namespace {
+
+using Clock = std::chrono::system_clock;
+constexpr int64_t kUnixEpoch = 116444736000000000;  // 1970-01-01 as a FILETIME
+constexpr int64_t kTicksPerSecond = 10000000;
+constexpr int64_t kTicksPerDay = 86400 * kTicksPerSecond;
+constexpr auto kCheckpointEvery = std::chrono::seconds(1);
+
+// Now as a FILETIME on the local wall clock.
+int64_t LocalFileTimeNow() {
+  const auto now = Clock::now();
+  const std::time_t t = Clock::to_time_t(now);
+  std::tm tm{};
+  localtime_r(&t, &tm);
+  const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  return kUnixEpoch + (static_cast<int64_t>(timegm(&tm)) * 1000 + ms) * media::kTicksPerMs;
+}
+
+std::tm WallFields(int64_t localFileTime, int* ms) {
+  const int64_t unixMs = (localFileTime - kUnixEpoch) / media::kTicksPerMs;
+  const std::time_t t = static_cast<std::time_t>(unixMs / 1000);
+  std::tm tm{};
+  gmtime_r(&t, &tm);
+  *ms = static_cast<int>(unixMs % 1000);
+  return tm;
+}
+
+bool IsPattern(const std::string& url) { return url == "testsrc" || url == "testsrc2"; }
+
+// True when anything, a dangling link too, has the name.
+bool Exists(const std::string& path) {
+  std::error_code ec;
+  return std::filesystem::symlink_status(path, ec).type() != std::filesystem::file_type::not_found;
+}
+
+}  // namespace
+
+std::string RecordingPath(const std::string& folder, int camera, int64_t localFileTime) {
+  int ms = 0;
+  const std::tm tm = WallFields(localFileTime, &ms);
+  char tail[64];
+  std::snprintf(tail, sizeof tail, "%04d-%02d-%02d/cam%02d/%02d%02d%02d%03d-%02d.dat", tm.tm_year + 1900, tm.tm_mon + 1,
+                tm.tm_mday, camera % 100, tm.tm_hour, tm.tm_min, tm.tm_sec, ms, camera % 100);
+  std::string path = folder;
+  if (!path.empty() && path.back() != '/') path += '/';
+  return path + tail;
+}
+
+bool ParseRecordingPath(const std::string& path, RecordingName* out) {
+  // ".../YYYY-MM-DD/camNN/hhmmssmmm-NN.dat": the last 36 characters.
+  constexpr size_t kTail = 10 + 1 + 5 + 1 + 16;
+  if (path.size() < kTail) return false;
+  const std::string tail = path.substr(path.size() - kTail);
+  int y = 0, mo = 0, d = 0, cam = 0, h = 0, mi = 0, s = 0, ms = 0, cam2 = 0, n = 0;
+  if (std::sscanf(tail.c_str(), "%4d-%2d-%2d/cam%2d/%2d%2d%2d%3d-%2d.dat%n", &y, &mo, &d, &cam, &h, &mi, &s, &ms, &cam2,
+                  &n) != 9 ||
+      static_cast<size_t>(n) != kTail)
+    return false;
+  if (cam != cam2 || cam < 1 || mo < 1 || mo > 12 || d < 1 || d > 31 || h > 23 || mi > 59 || s > 59) return false;
+  if (path.size() > kTail && path[path.size() - kTail - 1] != '/') return false;
+  out->camera = cam;
+  out->start = SYSTEMTIME{};
+  out->start.wYear = static_cast<WORD>(y);
+  out->start.wMonth = static_cast<WORD>(mo);
+  out->start.wDay = static_cast<WORD>(d);
+  out->start.wHour = static_cast<WORD>(h);
+  out->start.wMinute = static_cast<WORD>(mi);
+  out->start.wSecond = static_cast<WORD>(s);
+  out->start.wMilliseconds = static_cast<WORD>(ms);
+  return true;
+}
+
+struct CameraRecorder::Impl {
+  CameraRecorderSettings s;
+  std::function<void(const ClosedRecording&)> onClosed;
+  media::FrameSource source;
+  media::VideoEncoder encoder;
+  media::ZMRecordingWriter writer;
+  std::thread thread;
+  std::mutex mutex;
+  std::condition_variable wake;
+  bool stopAsked = false;  // under `mutex`
+  std::atomic<bool> recording{false};
+  std::atomic<uint64_t> pictures{0};
+  std::string error;  // under `mutex`
+
+  bool pattern = false;
+  bool storeAsItComes = false;  // an MJPEG source that fits: its JPEG bytes are stored
+  int64_t sessionStart = 0;     // local FILETIME of the source's first picture
+  Clock::time_point wallStart;
+  uint64_t nextSlot = 0;  // the next frame slot of the camera's rate
+  uint32_t ordinal = 0;   // pictures taken from the pattern
+  int64_t fileStart = 0;
+  std::string path;
+  Clock::time_point lastCheckpoint;
+  media::Picture picture;
+  media::Picture scaled;
+  std::vector<uint8_t> jpeg;
+  std::vector<media::EncodedPacket> packets;
+
+  void Fail(const std::string& why) {
+    std::lock_guard<std::mutex> lock(mutex);
+    if (error.empty()) error = why;
+  }
+
+  bool StopAsked() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return stopAsked;
+  }
+
+  // Sleeps until `when`; false when a stop was asked meanwhile.
+  bool WaitUntil(Clock::time_point when) {
+    std::unique_lock<std::mutex> lock(mutex);
+    wake.wait_until(lock, when, [this] { return stopAsked; });
+    return !stopAsked;
+  }
+
+  void Run() {
+    std::string why;
+    while (!StopAsked()) {
+      const media::FrameSource::Result r =
+          storeAsItComes ? source.NextPacket(&jpeg, &picture.timeMs, &why) : source.Next(&picture, &why);
+      if (r == media::FrameSource::Result::kEnd) {
+        Fail("camera " + std::to_string(s.camera) + ": the source " + s.url + " ended");
+        break;
+      }
+      if (r == media::FrameSource::Result::kError) {
+        Fail("camera " + std::to_string(s.camera) + ": reading " + s.url + " failed: " + why);
+        break;
+      }
+      if (!Take()) continue;
+      // A file or filter graph gives pictures as fast as it can; a live
+      // source is never ahead of the clock, so this waits only for the former.
+      if (!WaitUntil(wallStart + std::chrono::milliseconds(picture.timeMs))) break;
+      if (storeAsItComes ? !Keep() : !Encode()) break;
+      if (!Write()) break;
+    }
+    packets.clear();
+    std::string flushError;
+    if (!encoder.Flush(&packets, &flushError)) Fail("camera " + std::to_string(s.camera) + ": " + flushError);
+    Write();
+    CloseFile();
+    recording = false;
+  }
+
+  // Keeps the camera's frame rate: true when the picture fills the next slot.
+  bool Take() {
+    const int64_t slotMs = static_cast<int64_t>(nextSlot * 1000 / s.framesPerSecond);
+    const int64_t halfPeriod = 500 / static_cast<int64_t>(s.framesPerSecond);
+    if (picture.timeMs + halfPeriod < slotMs) return false;
+    nextSlot = static_cast<uint64_t>((picture.timeMs + halfPeriod) * s.framesPerSecond / 1000) + 1;
+    return true;
+  }
+
+  // Takes a JPEG picture of the source as it came, with the JFIF marking a
+  // recording's MJPEG records need; one that is no JPEG picture is dropped.
+  bool Keep() {
+    packets.clear();
+    if (!media::EnsureJfifApp0(&jpeg)) return true;
+    packets.resize(1);
+    packets[0].data.swap(jpeg);
+    packets[0].key = true;
+    packets[0].timeMs = picture.timeMs;
+    return true;
+  }
+
+  // Scales, marks and encodes the picture into `packets`.
+  bool Encode() {
+    media::Picture* p = &picture;
+    if (picture.width != s.width || picture.height != s.height) {
+      if (!live::ScalePicture(picture, s.width, s.height, &scaled)) {
+        Fail("camera " + std::to_string(s.camera) + ": cannot scale a " + std::to_string(picture.width) + "x" +
+             std::to_string(picture.height) + " picture");
+        return false;
+      }
+      p = &scaled;
+    }
+    if (pattern) {
+      const int64_t at = sessionStart + p->timeMs * media::kTicksPerMs;
+      const media::FrameCode code{ordinal++, static_cast<uint32_t>((at - kUnixEpoch) / kTicksPerSecond)};
+      media::DrawFrameCode(p->y.data(), p->width, p->width, p->height, code);
+    }
+    packets.clear();
+    std::string why;
+    if (!encoder.Encode(*p, &packets, &why)) {
+      Fail("camera " + std::to_string(s.camera) + ": encoding failed: " + why);
+      return false;
+    }
+    return true;
+  }
+
+  bool Write() {
+    for (const media::EncodedPacket& p : packets) {
+      const int64_t at = sessionStart + p.timeMs * media::kTicksPerMs;
+      if (writer.IsOpen() && p.key &&
+          ((s.maxFileBytes != 0 && writer.DataLength() >= s.maxFileBytes) ||
+           at / kTicksPerDay != fileStart / kTicksPerDay))
+        CloseFile();
+      bool opened = false;
+      if (!writer.IsOpen()) {
+        if (!p.key) continue;  // a file starts at a key picture
+        if (!OpenFile(at)) return false;
+        opened = true;
+      }
+      // A source whose times step back (a camera that restarts its clock)
+      // has its pictures kept at the time of the one before.
+      const auto t = std::max(static_cast<uint32_t>(std::max<int64_t>(at - fileStart, 0) / media::kTicksPerMs),
+                              writer.RecordCount() != 0 ? writer.LastTime() : 0u);
+      if (FAILED(writer.AddRecord(0, t, p.data.data(), static_cast<uint32_t>(p.data.size()), p.key))) {
+        Fail("camera " + std::to_string(s.camera) + ": cannot write to " + path);
+        return false;
+      }
+      ++pictures;
+      // A new file tells its first picture at once: until then its header
+      // claims an open-ended data area, which readers cannot trust.
+      if (opened && !Checkpoint()) return false;
+    }
+    if (writer.IsOpen() && Clock::now() - lastCheckpoint >= kCheckpointEvery && !Checkpoint()) return false;
+    return true;
+  }
+
+  bool Checkpoint() {
+    lastCheckpoint = Clock::now();
+    if (SUCCEEDED(writer.Checkpoint())) return true;
+    Fail("camera " + std::to_string(s.camera) + ": cannot write or sync " + path + ": " + std::strerror(errno));
+    return false;
+  }
+
+  bool OpenFile(int64_t at) {
+    std::string candidate = RecordingPath(s.folder, s.camera, at);
+    // Never empty a file that is there: move the name on by a millisecond.
+    for (int64_t bump = 1; Exists(candidate) && bump < 1000; ++bump)
+      candidate = RecordingPath(s.folder, s.camera, at + bump * media::kTicksPerMs);
+    std::error_code ec;
+    std::filesystem::create_directories(std::filesystem::path(candidate).parent_path(), ec);
+    if (ec) {
+      Fail("camera " + std::to_string(s.camera) + ": cannot make the folder of " + candidate + ": " + ec.message());
+      return false;
+    }
+    if (Exists(candidate)) {
+      Fail("camera " + std::to_string(s.camera) + ": no free file name near " + candidate);
+      return false;
+    }
+    const std::vector<media::ZMStreamFormat> streams{
+        media::ZMStreamFormat::VideoOfSize(s.codec, s.width, s.height, s.framesPerSecond)};
+    if (FAILED(writer.Create(candidate.c_str(), at, streams))) {
+      Fail("camera " + std::to_string(s.camera) + ": cannot create " + candidate + ": " + std::strerror(errno));
+      return false;
+    }
+    path = candidate;
+    fileStart = at;
+    lastCheckpoint = Clock::now();
+    ::ZShareMem::Instance()->Add(path.c_str());
+    return true;
+  }
+
+  void CloseFile() {
+    if (!writer.IsOpen()) return;
+    ClosedRecording c;
+    c.camera = s.camera;
+    c.path = path;
+    c.videoRecords = writer.VideoRecordCount();
+    c.dataBytes = writer.DataLength();
+    c.durationMs = writer.LastTime();
+    std::string why;
+    if (FAILED(writer.Close(&why))) {
+      c.ok = false;
+      c.error = why.empty() ? "a write to " + path + " failed" : why;
+      Fail("camera " + std::to_string(s.camera) + ": " + c.error);
+    }
+    ::ZShareMem::Instance()->Delete(path.c_str());
+    if (onClosed) onClosed(c);
+  }
+};
+
+CameraRecorder::CameraRecorder() : impl_(std::make_unique<Impl>()) {}
+
+CameraRecorder::~CameraRecorder() { Stop(); }
+
+void CameraRecorder::OnFileClosed(std::function<void(const ClosedRecording&)> callback) {
+  impl_->onClosed = std::move(callback);
+}
+
+bool CameraRecorder::Start(const CameraRecorderSettings& settings, std::string* error) {
+  std::string local;
+  std::string& why = error ? *error : local;
+  Impl& m = *impl_;
+  if (m.thread.joinable()) {
+    why = "camera " + std::to_string(settings.camera) + " is already recording";
+    return false;
+  }
+  const std::string cam = "camera " + std::to_string(settings.camera);
+  if (settings.camera < 1 || settings.camera > 99) {
+    why = cam + ": camera numbers run from 1 to 99";
+    return false;
+  }
+  if (settings.framesPerSecond == 0 || settings.framesPerSecond > 1000) {
+    why = cam + ": a frame rate of 1 to 1000 is needed";
+    return false;
+  }
+  if (settings.folder.empty()) {
+    why = cam + ": no record folder";
+    return false;
+  }
+  if (::ZShareMem::Instance()->IsOpen() == 0) {
+    why = cam + ": the live-file registry \"" + std::string(::ZShareMem::kRegionName) + "\" cannot be opened";
+    return false;
+  }
+  m.s = settings;
+  m.pattern = IsPattern(settings.url);
+  media::FrameSourceOptions so;
+  so.format = settings.format;
+  so.fullRange = media::VideoEncoder::FullRangeFor(settings.codec);
+  std::string url = settings.url;
+  if (m.pattern) {
+    if (settings.width < media::kFrameCodeWidth || settings.height < media::kFrameCodeHeight) {
+      why = cam + ": pictures smaller than 128x32 cannot carry the test pattern's frame code";
+      return false;
+    }
+    url = media::FrameSource::TestPatternUrl(settings.width, settings.height, settings.framesPerSecond);
+    so.format = "lavfi";
+  }
+  std::string sourceError;
+  if (!m.source.Open(url, so, &sourceError)) {
+    why = cam + ": cannot open the source " + settings.url + ": " + sourceError;
+    return false;
+  }
+  m.storeAsItComes = !m.pattern && settings.codec == media::kCodecMJPEG && m.source.IsMjpeg() &&
+                     m.source.SourceWidth() == settings.width && m.source.SourceHeight() == settings.height;
+  media::VideoEncoderSettings es;
+  es.codec = settings.codec;
+  es.width = settings.width;
+  es.height = settings.height;
+  es.framesPerSecond = settings.framesPerSecond;
+  es.mjpegQuality = settings.mjpegQuality;
+  es.zmediaQuality = settings.zmediaQuality;
+  std::string encoderError;
+  if (!m.encoder.Open(es, &encoderError)) {
+    why = cam + ": " + encoderError;
+    return false;
+  }
+  m.stopAsked = false;
+  m.error.clear();
+  m.sessionStart = LocalFileTimeNow();
+  m.wallStart = Clock::now();
+  m.recording = true;
+  m.thread = std::thread([&m] { m.Run(); });
+  return true;
+}
+
+void CameraRecorder::Stop() {
+  Impl& m = *impl_;
+  {
+    std::lock_guard<std::mutex> lock(m.mutex);
+    m.stopAsked = true;
+  }
+  m.wake.notify_all();
+  if (m.thread.joinable()) m.thread.join();
+}
+
+bool CameraRecorder::IsRecording() const { return impl_->recording; }
+
+std::string CameraRecorder::Error() const {
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  return impl_->error;
+}
+
+uint64_t CameraRecorder::Pictures() const { return impl_->pictures; }
+
+}  // namespace dravix::recorder

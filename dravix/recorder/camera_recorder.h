@@ -1,0 +1,107 @@
+// CameraRecorder: records one camera into a run of recording files.
+//
+// A thread of its own pulls pictures from the camera's source (a
+// FrameSource URL, or the moving test pattern), keeps the camera's frame
+// rate (pictures that come faster are dropped; a source read from a file or
+// a filter graph is paced to the wall clock), scales them to the camera's
+// picture size with the live scaling, encodes them to the camera's codec and
+// writes them with ZMRecordingWriter and its sparse index. An MJPEG source
+// whose pictures have the camera's size is not decoded: its JPEG pictures
+// are stored as they come (given the JFIF APP0 segment a record needs).
+//
+// Files. One file at a time, named after its first picture's local time:
+//   <record folder>/<YYYY-MM-DD>/cam<NN>/<hhmmssmmm>-<NN>.dat   (+ ".idx")
+// NN is the camera number from 01, hhmmssmmm the hour, minute, second and
+// millisecond. Names sort by time within a folder, and a folder scan reads
+// camera, day and start back from the path (ParseRecordingPath). The name
+// is 16 characters, so the live-file registry, which keeps 16, tells every
+// open file apart. A file's header is brought up to date and its bytes
+// synced every second (ZMRecordingWriter::Checkpoint), so readers see a
+// consistent file up to its last checkpoint and a crash loses at most the
+// last second or two. A new file begins, at the next key picture, once the
+// file holds `maxFileBytes` or a picture falls on a later local day; the
+// pictures run on from one file into the next with none lost or repeated.
+// Each open file is registered in the live-file registry (ZShareMem) and
+// released when it is closed. Stop() closes the file whole.
+//
+// The test pattern ("testsrc" or "testsrc2" as the URL) is made at the
+// camera's size and rate, and every picture carries a frame code
+// (frame_code.h): its ordinal from the start and its local wall second.
+#pragma once
+
+#include "dravix/platform/wintypes.h"
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace dravix::recorder {
+
+struct CameraRecorderSettings {
+  int camera = 1;      // camera number from 1
+  std::string url;     // source URL, or "testsrc" / "testsrc2"
+  std::string format;  // libavformat input format; empty: found from the URL
+  std::string folder;  // the record folder
+  int codec = 0;       // kCodecH263 or kCodecMJPEG
+  int width = 640;
+  int height = 480;
+  uint32_t framesPerSecond = 25;
+  int mjpegQuality = 70;
+  int zmediaQuality = 0;
+  uint64_t maxFileBytes = 0;  // data bytes that start a new file; 0: no limit
+};
+
+// A file the recorder finished (or failed to finish).
+struct ClosedRecording {
+  int camera = 0;
+  std::string path;
+  uint64_t videoRecords = 0;
+  uint64_t dataBytes = 0;
+  uint32_t durationMs = 0;
+  bool ok = true;
+  std::string error;  // why it is not whole, when !ok
+};
+
+// Camera, day and start read back from a recording's path.
+struct RecordingName {
+  int camera = 0;
+  SYSTEMTIME start{};
+};
+
+// The path of camera `camera`'s file starting at `localFileTime` (FILETIME
+// on the local wall clock).
+std::string RecordingPath(const std::string& folder, int camera, int64_t localFileTime);
+// False when `path` does not end in "<YYYY-MM-DD>/cam<NN>/<hhmmssmmm>-<NN>.dat"
+// with matching camera numbers.
+bool ParseRecordingPath(const std::string& path, RecordingName* out);
+
+class CameraRecorder {
+ public:
+  CameraRecorder();
+  ~CameraRecorder();  // Stop()s
+  CameraRecorder(const CameraRecorder&) = delete;
+  CameraRecorder& operator=(const CameraRecorder&) = delete;
+
+  // Called from the recording thread for every file closed.
+  void OnFileClosed(std::function<void(const ClosedRecording&)> callback);
+
+  // Opens the source and the encoder and starts the thread. False with
+  // `error` (what, where, why) when the camera cannot record.
+  bool Start(const CameraRecorderSettings& settings, std::string* error);
+  // Ends the recording: the current file is closed whole, the thread joined.
+  void Stop();
+  // True while the thread records; false after Stop() or a failure.
+  bool IsRecording() const;
+  // Why the recording stopped by itself (the source ended or failed, a
+  // write failed); empty otherwise.
+  std::string Error() const;
+  // Pictures written so far.
+  uint64_t Pictures() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace dravix::recorder

@@ -1,0 +1,298 @@
+#include "dravix/recorder/camera_recorder.h"
+
+#include "dravix/live/liveshare.h"
+#include "dravix/media/frame_code.h"
+#include "dravix/media/pattern_recording.h"
+#include "dravix/media/picture_decoder.h"
+#include "dravix/media/zm_format.h"
+#include "dravix/media/zm_summary.h"
+#include "tests/support/run_program.h"
+#include "tests/support/test_home.h"
+
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace dravix::test {
+namespace {
+
+namespace fs = std::filesystem;
+using recorder::CameraRecorder;
+using recorder::CameraRecorderSettings;
+using recorder::ClosedRecording;
+
+// Every recording under `folder`, in name order.
+std::vector<std::string> Recordings(const std::string& folder) {
+  std::vector<std::string> paths;
+  if (!fs::exists(folder)) return paths;
+  for (const auto& e : fs::recursive_directory_iterator(folder))
+    if (e.path().extension() == ".dat") paths.push_back(e.path().string());
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+struct Frames {
+  std::vector<int64_t> numbers;  // the frame codes of the pictures, in record order
+  bool firstIsKey = false;
+  std::string firstPayload;
+};
+
+// Walks the records the header claims, decodes each picture and reads its
+// frame code; fails the test on any record or picture that does not read.
+Frames ReadFrames(const std::string& path, int codec) {
+  Frames f;
+  std::ifstream in(path, std::ios::binary);
+  const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  media::ZMFileHeader header;
+  EXPECT_GE(bytes.size(), media::kZMHeaderSize) << path;
+  if (bytes.size() < media::kZMHeaderSize) return f;
+  std::memcpy(header.bytes, bytes.data(), media::kZMHeaderSize);
+  EXPECT_LE(header.DataEnd(), bytes.size()) << path << ": the header claims more than the file holds";
+  media::PictureDecoder decoder;
+  std::string error;
+  EXPECT_TRUE(decoder.Open(codec, &error)) << error;
+  const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
+  uint64_t at = header.DataOffset();
+  const uint64_t end = std::min<uint64_t>(header.DataEnd(), bytes.size());
+  while (at + media::kZMRecordHeadSize <= end) {
+    const media::ZMRecordHead h = media::ParseRecordHead(p + at);
+    if (at + h.Size() > end) {
+      ADD_FAILURE() << path << ": a record runs past the data area at " << at;
+      break;
+    }
+    if (f.numbers.empty()) {
+      f.firstIsKey = h.flag == 1;
+      f.firstPayload = bytes.substr(at + media::kZMRecordHeadSize, h.length);
+    }
+    media::Picture picture;
+    bool got = false;
+    EXPECT_TRUE(decoder.Decode(p + at + media::kZMRecordHeadSize, h.length, &picture, &got, &error)) << error;
+    media::FrameCode code;
+    if (got && media::ReadFrameCode(picture.y.data(), picture.width, picture.width, picture.height, &code))
+      f.numbers.push_back(code.frame);
+    else
+      f.numbers.push_back(-1);
+    at += h.Size();
+  }
+  EXPECT_EQ(at, header.DataEnd()) << path << ": the data area does not end on a record";
+  return f;
+}
+
+class CameraRecorderTest : public TestHome {};
+
+// Two cameras (MJPEG and H.263) with a small file size: files roll, each
+// starting at a key picture, and the frame codes run on from file to file
+// with no gap and no repeat. While recording, the open file is registered
+// and its header tells a consistent file; after Stop() nothing is
+// registered and every file is whole.
+TEST_F(CameraRecorderTest, TwoCamerasRollFilesWithFramesRunningOnAndRegisterOnlyOpenFiles) {
+  const std::string folder = Path("rec");
+  std::mutex mutex;
+  std::map<int, std::vector<ClosedRecording>> closed;
+  CameraRecorder cams[2];
+  const int codecs[2] = {media::kCodecMJPEG, media::kCodecH263};
+  for (int i = 0; i < 2; ++i) {
+    CameraRecorderSettings s;
+    s.camera = i + 1;
+    s.url = "testsrc";
+    s.folder = folder;
+    s.codec = codecs[i];
+    s.width = 320;
+    s.height = 240;
+    s.framesPerSecond = 10;
+    s.maxFileBytes = 40000;
+    cams[i].OnFileClosed([&mutex, &closed](const ClosedRecording& c) {
+      std::lock_guard<std::mutex> lock(mutex);
+      closed[c.camera].push_back(c);
+    });
+    std::string error;
+    ASSERT_TRUE(cams[i].Start(s, &error)) << error;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+
+  ZShareMem* registry = ZShareMem::Instance();
+  for (int i = 0; i < 2; ++i) {
+    const std::vector<std::string> files = Recordings(folder + "/");
+    std::string open;
+    for (const std::string& f : files)
+      if (f.find("/cam0" + std::to_string(i + 1) + "/") != std::string::npos) open = f;  // the newest
+    ASSERT_FALSE(open.empty());
+    EXPECT_EQ(registry->HasToken(open.c_str()), 1) << open << " is being written";
+    media::ZMFileSummary summary;
+    ASSERT_EQ(media::SummarizeRecording(open.c_str(), &summary), S_OK) << open;
+    EXPECT_TRUE(summary.recordsComplete) << open;
+    EXPECT_TRUE(summary.indexProblem.empty()) << summary.indexProblem;
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  for (CameraRecorder& c : cams) {
+    c.Stop();
+    EXPECT_FALSE(c.IsRecording());
+    EXPECT_EQ(c.Error(), "");
+  }
+
+  for (int i = 0; i < 2; ++i) {
+    std::vector<std::string> files;
+    for (const std::string& f : Recordings(folder + "/")) {
+      recorder::RecordingName name;
+      ASSERT_TRUE(recorder::ParseRecordingPath(f, &name)) << f;
+      if (name.camera == i + 1) files.push_back(f);
+      EXPECT_TRUE(fs::exists(fs::path(f).replace_extension(".idx"))) << f;
+      EXPECT_EQ(registry->HasToken(f.c_str()), 0) << f << " is closed";
+    }
+    ASSERT_GE(files.size(), 2u) << "camera " << i + 1 << " never rolled its file";
+    EXPECT_EQ(closed[i + 1].size(), files.size());
+    int64_t next = 0;
+    for (const std::string& f : files) {
+      const Frames frames = ReadFrames(f, codecs[i]);
+      ASSERT_FALSE(frames.numbers.empty()) << f;
+      EXPECT_TRUE(frames.firstIsKey) << f;
+      for (const int64_t n : frames.numbers) {
+        ASSERT_EQ(n, next) << f << ": a picture lost, repeated or unreadable";
+        ++next;
+      }
+      media::ZMFileSummary summary;
+      ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
+      EXPECT_EQ(summary.header.DataEnd(), fs::file_size(f)) << f << " is not whole";
+      EXPECT_EQ(summary.records, frames.numbers.size());
+    }
+    EXPECT_GE(next, 35) << "about 4 s at 10 pictures a second";
+    EXPECT_EQ(static_cast<uint64_t>(next), cams[i].Pictures());
+  }
+}
+
+// An MJPEG source of the camera's size is stored as it comes: the records
+// are the source's JPEG bytes, every picture in order.
+TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
+  media::PatternRecordingOptions o;
+  o.codec = media::kCodecMJPEG;
+  o.width = 320;
+  o.height = 240;
+  o.framesPerSecond = 10;
+  o.seconds = 2;
+  o.mjpegQuality = 95;  // another quality than the camera's: encoding again would show
+  o.startTime = 116444736000000000 + 1205582400LL * 10000000;  // 2008-03-15 12:00
+  std::string error;
+  ASSERT_TRUE(media::WritePatternRecording(Path("src.dat").c_str(), o, nullptr, &error)) << error;
+  const ProgramResult exported = RunDravix({"export", "--home", home(), Path("src.dat"), Path("src.mkv")});
+  ASSERT_EQ(exported.status, 0) << exported.out << exported.err;
+
+  CameraRecorder cam;
+  CameraRecorderSettings s;
+  s.url = Path("src.mkv");
+  s.folder = Path("rec");
+  s.codec = media::kCodecMJPEG;
+  s.width = 320;
+  s.height = 240;
+  s.framesPerSecond = 10;
+  s.mjpegQuality = 20;
+  ASSERT_TRUE(cam.Start(s, &error)) << error;
+  for (int i = 0; i < 60 && cam.IsRecording(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  cam.Stop();
+  EXPECT_NE(cam.Error().find("ended"), std::string::npos) << cam.Error();
+  const std::vector<std::string> files = Recordings(Path("rec"));
+  ASSERT_EQ(files.size(), 1u);
+  const Frames stored = ReadFrames(files[0], media::kCodecMJPEG);
+  ASSERT_EQ(stored.numbers.size(), 20u);
+  for (size_t i = 0; i < stored.numbers.size(); ++i) EXPECT_EQ(stored.numbers[i], static_cast<int64_t>(i));
+  EXPECT_EQ(stored.firstPayload, ReadFrames(Path("src.dat"), media::kCodecMJPEG).firstPayload)
+      << "the JPEG picture was encoded again";
+}
+
+TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
+  // 2026-03-07 09:05:04.321 as a local FILETIME.
+  const int64_t t = 116444736000000000 + (1772874304LL * 1000 + 321) * media::kTicksPerMs;
+  const std::string path = recorder::RecordingPath("/r", 7, t);
+  EXPECT_EQ(path, "/r/2026-03-07/cam07/090504321-07.dat");
+  EXPECT_EQ(ZShareMem::TitleOf(path.c_str()).size(), 16u);
+  recorder::RecordingName name;
+  ASSERT_TRUE(recorder::ParseRecordingPath(path, &name));
+  EXPECT_EQ(name.camera, 7);
+  EXPECT_EQ(name.start.wYear, 2026);
+  EXPECT_EQ(name.start.wDay, 7);
+  EXPECT_EQ(name.start.wHour, 9);
+  EXPECT_EQ(name.start.wMilliseconds, 321);
+  for (const char* other : {"/r/2026-03-07/cam07/090504321-08.dat", "/r/2026-03-07/cam07/090504321-07.idx",
+                            "/r/2026-03-07/cam07/0905043210-07.dat", "/r/2026-13-07/cam07/090504321-07.dat"})
+    EXPECT_FALSE(recorder::ParseRecordingPath(other, &name)) << other;
+}
+
+class RecordCommand : public TestHome {};
+
+// After SIGKILL `dravix check` keeps all but the last 2 s at most; SIGTERM
+// leaves every file whole and says so on the way out.
+TEST_F(RecordCommand, KilledLosesAtMostTwoSecondsAndTerminatedLeavesFilesWhole) {
+  const std::string folder = Path("kill");
+  const pid_t killed = StartDravix({"record", "--home", home(), "--source", "1=testsrc", "--dir", folder});
+  ASSERT_GT(killed, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+  ASSERT_EQ(::kill(killed, SIGKILL), 0);
+  const auto killedAt = std::chrono::system_clock::now();
+  EXPECT_EQ(WaitProgram(killed), 128 + SIGKILL);
+  std::vector<std::string> files = Recordings(folder);
+  ASSERT_EQ(files.size(), 1u);
+  ProgramResult r = RunDravix({"check", "--home", home(), files[0]});
+  EXPECT_EQ(r.status, 0) << r.err;
+  media::ZMFileSummary summary;
+  ASSERT_EQ(media::SummarizeRecording(files[0].c_str(), &summary), S_OK);
+  // The file's end on the local wall clock against the moment of the kill.
+  const int64_t endTicks = summary.header.StartTime() + summary.header.Duration();
+  const std::time_t now = std::chrono::system_clock::to_time_t(killedAt);
+  std::tm local{};
+  localtime_r(&now, &local);
+  const int64_t killTicks = 116444736000000000 + static_cast<int64_t>(timegm(&local)) * 10000000 +
+                            std::chrono::duration_cast<std::chrono::milliseconds>(killedAt.time_since_epoch()).count() %
+                                1000 * media::kTicksPerMs;
+  EXPECT_LE(killTicks - endTicks, 2 * 10000000) << "more than 2 s lost";
+  EXPECT_GT(summary.records, 10u);
+
+  const std::string whole = Path("term");
+  const pid_t terminated =
+      StartDravix({"record", "--home", home(), "--source", "1=testsrc", "--source", "2=testsrc", "--dir", whole});
+  ASSERT_GT(terminated, 0);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2000));
+  r = RunDravix({"files", "--home", home()});
+  EXPECT_NE(r.out.find("-01.dat"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find("-02.dat"), std::string::npos) << r.out;
+  ASSERT_EQ(::kill(terminated, SIGTERM), 0);
+  EXPECT_EQ(WaitProgram(terminated), 0);
+  files = Recordings(whole);
+  ASSERT_EQ(files.size(), 2u);
+  for (const std::string& f : files) {
+    ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
+    EXPECT_NE(summary.header.DataLength(), 0x7FFFFFFFu) << f << ": the header was not finished";
+    EXPECT_EQ(summary.header.DataEnd(), fs::file_size(f)) << f;
+    r = RunDravix({"check", "--home", home(), "--dry-run", "--json", f});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_NE(r.out.find("\"intact\": true"), std::string::npos) << r.out;
+  }
+  r = RunDravix({"files", "--home", home()});
+  EXPECT_EQ(r.out.find(".dat"), std::string::npos) << "nothing stays registered: " << r.out;
+}
+
+TEST_F(RecordCommand, RefusesWrongUsageAndSaysWhyASourceCannotOpen) {
+  EXPECT_EQ(RunDravix({"record", "--home", home(), "--dir", Path("r")}).status, 2);
+  EXPECT_EQ(RunDravix({"record", "--home", home(), "--source", "17=testsrc", "--dir", Path("r")}).status, 2);
+  EXPECT_EQ(RunDravix({"record", "--home", home(), "--source", "1=a", "--source", "1=b", "--dir", Path("r")}).status,
+            2);
+  const ProgramResult r =
+      RunDravix({"record", "--home", home(), "--source", "1=" + Path("missing.mkv"), "--dir", Path("r")});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("missing.mkv"), std::string::npos) << r.err;
+  EXPECT_TRUE(Recordings(Path("r")).empty());
+}
+
+}  // namespace
+}  // namespace dravix::test
