@@ -2,6 +2,7 @@
 // (H.264 + AAC) that any player opens.
 #include "tools/command.h"
 #include "tools/progress.h"
+#include "tools/stop_request.h"
 #include "tools/time_arg.h"
 
 #include "dravix/base/ztime.h"
@@ -23,9 +24,6 @@ struct Args {
   std::vector<std::string> texts;
 };
 Args g;
-
-volatile std::sig_atomic_t g_interrupted = 0;
-extern "C" void OnExportInterrupt(int) { g_interrupted = 1; }
 
 int64_t FileTimeArg(const std::string& text, const char* what) {
   FILETIME ft{};
@@ -53,20 +51,18 @@ int Export() {
   req.texts = g.texts;
   req.camera = g.camera;
 
-  g_interrupted = 0;
-  void (*previous)(int) = std::signal(SIGINT, OnExportInterrupt);
   ZMExportReport rep;
   {
+    StopRequest stop;
     Progress bar("export");
     req.progress = [&bar](int percent) {
-      if (g_interrupted) return false;
+      if (StopRequest::Requested()) return false;
       bar.Update(percent);
       return true;
     };
     rep = ExportRecordings(req);
     if (rep.status == ZMExportStatus::kOk) bar.Update(100);
   }
-  std::signal(SIGINT, previous == SIG_ERR ? SIG_DFL : previous);
 
   for (const std::string& note : rep.notes) std::cerr << "note: " << note << '\n';
   switch (rep.status) {

@@ -2,6 +2,7 @@
 // the shell.
 #include "tools/command.h"
 #include "tools/progress.h"
+#include "tools/stop_request.h"
 #include "tools/table.h"
 #include "tools/time_arg.h"
 
@@ -271,9 +272,6 @@ int Check() {
 // puts the old files back if the command dies between the two renames (see
 // StagedFolder).
 
-volatile std::sig_atomic_t g_interrupted = 0;
-extern "C" void OnInterrupt(int) { g_interrupted = 1; }
-
 std::string FileName(const std::string& path) {
   const size_t slash = path.find_last_of('/');
   return slash == std::string::npos ? path : path.substr(slash + 1);
@@ -359,27 +357,25 @@ int Cut() {
 
   ZMEtoZME job;
   job.m_bSync = 0;
-  g_interrupted = 0;
-  void (*previous)(int) = std::signal(SIGINT, OnInterrupt);
-  void (*previousTerm)(int) = std::signal(SIGTERM, OnInterrupt);
   int percent = 0;
+  bool stopped = false;
   {
+    StopRequest stop;
     Progress bar("cut");
     job.ConvertZMEToZME(stagedClip.c_str(), g.src.c_str(), &from, &to, list.c_str());
     while (job.IsValidThread()) {
-      if (g_interrupted && job.m_bStop.load() == 0) job.m_bStop = 1;
+      if (StopRequest::Requested() && job.m_bStop.load() == 0) job.m_bStop = 1;
       bar.Update(static_cast<int>(static_cast<int64_t>(job.GetPercent())));
       std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     job.Wait();
     percent = static_cast<int>(static_cast<int64_t>(job.GetPercent()));
-    if (!g_interrupted) bar.Update(percent);
+    stopped = StopRequest::Requested();
+    if (!stopped) bar.Update(percent);
   }
-  std::signal(SIGINT, previous == SIG_ERR ? SIG_DFL : previous);
-  std::signal(SIGTERM, previousTerm == SIG_ERR ? SIG_DFL : previousTerm);
 
   const std::string untouched = platform::PathExists(g.dst) ? g.dst + " is untouched" : "nothing was written";
-  if (g_interrupted) throw Failure("stopped at " + std::to_string(percent) + "%: " + untouched);
+  if (stopped) throw Failure("stopped at " + std::to_string(percent) + "%: " + untouched);
   if (job.LastJobResult() != 0) {
     static const char* const kSteps[] = {"",
                                          "",

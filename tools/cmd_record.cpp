@@ -4,6 +4,7 @@
 // camera's codec, picture size, frame rate, qualities and the file size
 // come from the camera options of the program folder.
 #include "tools/command.h"
+#include "tools/stop_request.h"
 
 #include "dravix/config/dvroption.h"
 #include "dravix/media/codec_log.h"
@@ -33,32 +34,6 @@ struct Args {
   double seconds = 0;
 };
 Args g;
-
-volatile std::sig_atomic_t g_stop = 0;
-extern "C" void OnRecordStop(int) { g_stop = 1; }
-
-// Restores the previous SIGINT and SIGTERM handlers when the command ends.
-class StopSignals {
- public:
-  StopSignals() {
-    g_stop = 0;
-    struct sigaction sa {};
-    sa.sa_handler = OnRecordStop;
-    sigemptyset(&sa.sa_mask);
-    sigaction(SIGINT, &sa, &int_);
-    sigaction(SIGTERM, &sa, &term_);
-  }
-  ~StopSignals() {
-    sigaction(SIGINT, &int_, nullptr);
-    sigaction(SIGTERM, &term_, nullptr);
-  }
-  StopSignals(const StopSignals&) = delete;
-  StopSignals& operator=(const StopSignals&) = delete;
-
- private:
-  struct sigaction int_ {};
-  struct sigaction term_ {};
-};
 
 // "N=URL" with N a camera number 1..16.
 std::pair<int, std::string> ParseSource(const std::string& text) {
@@ -118,7 +93,7 @@ int Run() {
     }
   };
 
-  StopSignals signals;
+  StopRequest stop;
   std::vector<std::unique_ptr<recorder::CameraRecorder>> cameras;
   for (const auto& [n, url] : urls) {
     auto cam = std::make_unique<recorder::CameraRecorder>();
@@ -133,7 +108,7 @@ int Run() {
 
   const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(g.seconds);
   for (;;) {
-    if (g_stop != 0) break;
+    if (StopRequest::Requested()) break;
     if (g.seconds > 0 && std::chrono::steady_clock::now() >= until) break;
     bool any = false;
     for (const auto& cam : cameras) any = any || cam->IsRecording();

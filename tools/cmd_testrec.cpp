@@ -8,6 +8,7 @@
 // command succeeds and not at all otherwise (a failure, Ctrl-C or a kill).
 #include "tools/command.h"
 #include "tools/progress.h"
+#include "tools/stop_request.h"
 #include "tools/time_arg.h"
 
 #include "dravix/base/ztime.h"
@@ -67,24 +68,6 @@ Size ParseSize(const std::string& text) {
                    " (or a size code 0-6)");
 }
 
-volatile std::sig_atomic_t g_interrupted = 0;
-extern "C" void OnTestRecordingInterrupt(int) { g_interrupted = 1; }
-
-// Restores the previous SIGINT handler when the command ends.
-class InterruptGuard {
- public:
-  InterruptGuard() {
-    g_interrupted = 0;
-    previous_ = std::signal(SIGINT, OnTestRecordingInterrupt);
-  }
-  ~InterruptGuard() { std::signal(SIGINT, previous_ == SIG_ERR ? SIG_DFL : previous_); }
-  InterruptGuard(const InterruptGuard&) = delete;
-  InterruptGuard& operator=(const InterruptGuard&) = delete;
-
- private:
-  void (*previous_)(int);
-};
-
 int WriteNoise(int codec, const Size& size, int64_t startTime) {
   const int sizeCode = PictureSizeCode(size.width, size.height);
   if (sizeCode < 0) throw UsageError("--noise writes only the sizes of the size-code table (0-6)");
@@ -119,11 +102,11 @@ int WriteVideo(int codec, const Size& size, int64_t startTime) {
   o.audio = g.audio;
   o.mjpegQuality = g.mjpegQuality;
   o.zmediaQuality = g.zmediaQuality;
-  InterruptGuard guard;
+  StopRequest stop;
   Progress bar("write-test-recording");
   o.progress = [&bar](uint64_t done, uint64_t all) {
     bar.Update(static_cast<int>(done * 100 / all));
-    return g_interrupted == 0;
+    return !StopRequest::Requested();
   };
   PatternRecordingStats stats;
   std::string error;
