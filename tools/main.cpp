@@ -2,7 +2,11 @@
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/lang_table.h"
+#include "dravix/media/codec_log.h"
 #include "dravix/platform/module_path.h"
+
+#include <nlohmann/json.hpp>
+#include <pugixml.hpp>
 
 #include <algorithm>
 #include <cstdio>
@@ -67,6 +71,16 @@ int Main(int argc, char** argv) {
   app.name("dravix");
   app.require_subcommand(1);
   app.add_option("--home", Globals().home, "program folder")->type_name("DIR");
+  app.set_version_flag("--version", [] {
+    return std::string("dravix " DRAVIX_VERSION "\nbuilt with CLI11 " CLI11_VERSION ", nlohmann_json ") +
+           std::to_string(NLOHMANN_JSON_VERSION_MAJOR) + "." + std::to_string(NLOHMANN_JSON_VERSION_MINOR) + "." +
+           std::to_string(NLOHMANN_JSON_VERSION_PATCH) + ", pugixml " + std::to_string(PUGIXML_VERSION / 1000) + "." +
+           std::to_string(PUGIXML_VERSION % 1000 / 10) + "\nruns with " + media::CodecLibraryVersions();
+  });
+  // Parse errors say who speaks, as every other error of the program does.
+  app.failure_message([](const CLI::App*, const CLI::Error& e) {
+    return "dravix: " + std::string(e.what()) + "\nRun with --help for more information.\n";
+  });
   std::stable_sort(Areas().begin(), Areas().end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   for (auto& [order, add] : Areas()) add(app);
   try {
@@ -74,6 +88,8 @@ int Main(int argc, char** argv) {
   } catch (const CLI::CallForHelp& e) {
     return app.exit(e);
   } catch (const CLI::CallForAllHelp& e) {
+    return app.exit(e);
+  } catch (const CLI::CallForVersion& e) {
     return app.exit(e);
   } catch (const CLI::ParseError& e) {
     app.exit(e);

@@ -11,8 +11,14 @@ TEST(Program, ExitStatusSaysSuccessFailureOrUsage) {
   const ProgramResult usage = RunDravix({"no-such-command"});
   EXPECT_EQ(usage.status, 2) << usage.err;
   EXPECT_FALSE(usage.err.empty());
+  EXPECT_EQ(usage.err.rfind("dravix: ", 0), 0u) << usage.err;
   const ProgramResult failure = RunDravix({"probe", "/nonexistent/cam01.dat"});
   EXPECT_EQ(failure.status, 1) << failure.err;
+
+  const ProgramResult version = RunDravix({"--version"});
+  EXPECT_EQ(version.status, 0) << version.err;
+  EXPECT_EQ(version.out.rfind("dravix " DRAVIX_VERSION "\n", 0), 0u) << version.out;
+  EXPECT_NE(version.out.find("libavcodec "), std::string::npos) << version.out;
 }
 
 }  // namespace
