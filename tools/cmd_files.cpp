@@ -108,8 +108,11 @@ int Files() {
     std::cerr << "dravix: note: \"" << o.path << "\" has no '\\' or '/', so its title is empty\n";
   ZShareMem* sm = Open();
   if (o.action == "has") {
-    std::cout << sm->HasToken(o.path.c_str()) << "\n";
-    return kExitOk;
+    // A predicate: "1" and exit 0 when a writer holds the file, "0" and
+    // exit 1 when none does.
+    const int held = sm->HasToken(o.path.c_str());
+    std::cout << held << "\n";
+    return held != 0 ? kExitOk : kExitFailure;
   }
   if (o.action == "delete") {
     sm->Delete(o.path.c_str());
@@ -130,7 +133,8 @@ void Register(CLI::App& app) {
   FilesOptions& o = Options();
   CLI::App* cmd = AddCommand(&app, "files",
                              "the shared table of recording files held open (namespace $DRAVIX_IPC_NAMESPACE); "
-                             "`files add|delete|has PATH` register, release or ask about one file",
+                             "`files add|delete|has PATH` register, release or ask about one file "
+                             "(`has` exits 0 when the file is held, 1 when not)",
                              Files);
   cmd->add_option("ACTION", o.action, "add, delete or has; none: list the table");
   cmd->add_option("PATH", o.path, "the file's path; its title (after the last '\\' or '/') is what is registered");
