@@ -38,7 +38,7 @@ std::string GetFileTitle(const char* path) {
   const int sep = LastSeparator(s);
   const size_t dotPos = s.rfind('.');
   const int dot = dotPos == std::string::npos ? -1 : static_cast<int>(dotPos);
-  // Deliberately (separator - dot - 1): not a file title for ordinary paths.
+  // QUIRK(file-title-arithmetic): (separator - dot - 1), not a file title for ordinary paths.
   const int length = sep - dot - 1;
   const size_t start = static_cast<size_t>(sep + 1);
   if (length <= 0 || start >= s.size()) return std::string();

@@ -2,7 +2,8 @@
 //
 // A client calls CallWorker(r); the worker (inside ThreadProc) takes r with
 // GetRequest() or CheckRequest(), acts, and answers with Reply(v). Both
-// events are manual-reset and the class never resets the reply event: once
+// events are manual-reset and, QUIRK(reply-stays-set), the class never
+// resets the reply event: once
 // the worker has replied, a later CallWorker returns at once with whatever
 // the return value holds. A derived class that needs every call to wait for
 // its own answer must arrange that itself. A worker that never replies

@@ -109,7 +109,7 @@ __int64 SysTimeToZMTime(const SYSTEMTIME& t) {
   v = v * 100 + t.wHour;
   v = v * 100 + t.wMinute;
   v = v * 100 + t.wSecond;
-  return v * 1000;  // milliseconds deliberately left out
+  return v * 1000;  // QUIRK(zm-time-whole-seconds): milliseconds deliberately left out
 }
 
 SYSTEMTIME ZMTimeToSysTime(__int64 value) {
@@ -282,7 +282,7 @@ UINT TellFromDay(UINT monthNumber, UINT yearNumber) {
       if (yearNumber % 100 != 0) return 29;
       return yearNumber % 400 == 0 ? 29 : 28;
     default:
-      return monthNumber;  // deliberate pass-through
+      return monthNumber;  // QUIRK(days-in-month-pass-through)
   }
 }
 

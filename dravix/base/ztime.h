@@ -59,7 +59,7 @@ int MinusTime(SYSTEMTIME a, SYSTEMTIME b);
 // Seconds a - b (the opposite sign of MinusTime), truncated toward zero.
 LONG MilusTime(SYSTEMTIME a, SYSTEMTIME b);
 // Adds days to its own by-value copy and returns nothing: no effect visible
-// to the caller. Deliberate; kept because it is part of the interface.
+// to the caller. QUIRK(add-time-days-no-effect): kept, it is part of the interface.
 void AddTime(SYSTEMTIME t, double days);
 
 // --- Comparison (to the second, through SysTimeToZMTime) ---------------

@@ -10,7 +10,7 @@
 class ZUnknown {
  public:
   ZUnknown() = default;
-  // A copy deliberately starts with the count of the object it came from.
+  // QUIRK(copy-keeps-count): a copy starts with the count of the object it came from.
   ZUnknown(const ZUnknown& other) : refCount(other.refCount) {}
   ZUnknown& operator=(const ZUnknown& other) {
     refCount = other.refCount;

@@ -33,7 +33,7 @@ class OptionVisitor {
   virtual void Text(std::string_view key, char* field, size_t cap, std::string_view def) = 0;
 
   // A text whose loader default differs from the default document's value
-  // (the fax port and selected number: the crossing is deliberate).
+  // (the fax port and selected number: QUIRK(crossed-fax-defaults)).
   virtual void CrossedText(std::string_view key, char* field, size_t cap, std::string_view loaderDef,
                            std::string_view documentDef) {
     (void)documentDef;

@@ -65,7 +65,7 @@ double Evaluate(Switch& s) {
   if (s.caching == SwitchCaching::kFlagReset) s.read.store(1, std::memory_order_relaxed);
   const double answer = Convert(s, ReadText(s));
   s.answer.store(answer, std::memory_order_relaxed);
-  // Deliberate: the flag-reset switches clear their flag again, so they
+  // QUIRK(flag-reset-switches): the flag-reset switches clear their flag again, so they
   // read the file at every call and see a dealer's edit at once.
   s.read.store(s.caching == SwitchCaching::kKept ? 1 : 0, std::memory_order_release);
   return answer;

@@ -156,7 +156,7 @@ __int64 ZShareMem::CheckFileIndex(char* title) {
   const Slot* s = Slots(m_view);
   if (LoadState(s[0]) == kEndOfList) return -1;
   for (__int64 i = 0; i < kRecords; ++i) {
-    if (NameIs(s[i], title)) return i;  // deliberately whatever its state
+    if (NameIs(s[i], title)) return i;  // QUIRK(first-name-wins): whatever its state
     if (i + 1 >= kRecords || LoadState(s[i + 1]) == kEndOfList) break;
   }
   return -1;

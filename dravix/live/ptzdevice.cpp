@@ -26,7 +26,7 @@ void tagPTZDEVICE::FreeCodes() {
 
 int PTZHexToBytes(const char* text, BYTE* out, int n) {
   if (text == nullptr || out == nullptr || n <= 0) return 0;
-  int high = n;  // deliberately n, and then whatever the previous byte had
+  int high = n;  // QUIRK(hex-nibble-carry): n, and then whatever the previous byte had
   int low = n;
   bool ended = false;  // past the text's terminating zero: no more digits
   size_t pos = 0;

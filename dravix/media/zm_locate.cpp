@@ -63,7 +63,7 @@ HRESULT LocateMoment(const char* path, int64_t fileTime, ZMMoment* out) {
     if (n <= 0) return E_FAIL;
     const int64_t after = file.Tell();
     if (after < 0) return E_FAIL;
-    // Deliberately not minus the carry: see the header.
+    // QUIRK(position-without-carry): not minus the carry, see the header.
     int64_t reported = after - n;
     int64_t record = after - n - static_cast<int64_t>(carry);
     int64_t fresh = n;

@@ -85,7 +85,7 @@ class IDispatcher {
   // Fires, in posting order, every pending event whose due time is strictly
   // earlier than the clock (read for each event) and whose id has a
   // handler; a due event without a handler waits for a later call. Then
-  // drops fired and cancelled events, with one deliberate quirk: when the
+  // drops fired and cancelled events, with one deliberate quirk, QUIRK(removal-scan): when the
   // first event is dropped, the event that moves into first place stays
   // until the next call even if it is done. Always 0.
   LONG ProcessTimeEvent();

@@ -210,6 +210,8 @@ void ISetting::GetViewCamera(int view, int layout, int out[16]) const {
 }
 
 void ISetting::EnableVisualDetection(int n, int on) { Cam(n).bVisual = on; }
+// QUIRK(interface-spelling): the names keep their spelling; DectionMotion sets
+// the visual-detection switch, GetNATWebPort gives the web port.
 void ISetting::DectionMotion(int n, int on) { Cam(n).bVisual = on; }
 void ISetting::SaveImageFilterValue(int n, int i, int value) {
   if (i < 0 || i >= kDSImageFilters) return;

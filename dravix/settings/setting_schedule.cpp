@@ -70,7 +70,8 @@ int ISetting::IsExternal(int n, int output) {
   if (HasSetting(n) && Schedule()->IsExternal(n)) return 1;
   const tagDSCAMERAOPTION& c = Cam(n);
   if (c.bToEXTDevice != 1 || !ValidLine(output) || c.dsEXTDevice.nDevice[output] == 0) return 0;
-  // Output card 0 never drives a relay from the stored options.
+  // QUIRK(output-card-from-one): output card 0 never drives a relay from the
+  // stored options, where the input test takes card 0.
   const LONG card = m_option.nSelectedOCard;
   if (card < 1 || card >= kDSMaxIOCard) return 0;
   return m_option.dsDevice[card].nOutput[output] != 0 ? 1 : 0;
@@ -91,6 +92,7 @@ int ISetting::IsAction(int n, tagDSACTIONOPTION& action) {
 
 int ISetting::IsLocalFlashText(int n) { return ActionField(n, Cam(n), &tagDSACTIONOPTION::bFlash); }
 int ISetting::IsChangeSigleView(int n) { return ActionField(n, Cam(n), &tagDSACTIONOPTION::bSingleView); }
+// QUIRK(stop-single-view): there is no field of its own; it answers as IsChangeSigleView.
 int ISetting::IsStopSigleView(int n) { return IsChangeSigleView(n); }
 int ISetting::GetChangeSigleViewTime(int n) { return ActionField(n, Cam(n), &tagDSACTIONOPTION::nDelaySec); }
 

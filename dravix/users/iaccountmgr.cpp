@@ -92,7 +92,7 @@ CUserArray dravix::users::DefaultUserList() {
 
 BOOL IAccountMgr::WriteFile() {
   // The index moves on after a removal too, so of two adjacent empty-named
-  // records one pass drops only the first. Deliberate: files written this
+  // records one pass drops only the first. QUIRK(empty-name-scan): files written this
   // way have always kept the second.
   for (size_t i = 0; i < m_users.size(); ++i)
     if (m_users[i].szName[0] == '\0') m_users.erase(m_users.begin() + static_cast<std::ptrdiff_t>(i));

@@ -31,6 +31,7 @@ TEST(PathArithmetic, FilePathOnBothSeparators) {
 
 TEST(PathArithmetic, TitleFormsKeepTheirArithmetic) {
   EXPECT_EQ(GetFileTitle("C:\\Rec\\cam01.dat"), "");
+  // QUIRK(file-title-arithmetic)
   EXPECT_EQ(GetFileTitle("C:\\Rec.v2\\cam01"), "ca");  // 9 - 6 - 1 characters from 10
   EXPECT_EQ(GetFileTitle("/srv/rec.v2/cam01"), "ca");  // 11 - 8 - 1 from 12
   EXPECT_EQ(GetFileTitle("/srv/rec.v2/cam01"), GetFileTitle("\\srv\\rec.v2\\cam01"));

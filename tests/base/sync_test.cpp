@@ -77,7 +77,7 @@ TEST(Unknown, CountingQueryAndCopies) {
   EXPECT_EQ(obj->AddRef(), 1u);
   EXPECT_EQ(obj->AddRef(), 2u);
   bool copyGone = false;
-  Counted copy(*obj);  // copies carry the count
+  Counted copy(*obj);  // QUIRK(copy-keeps-count): copies carry the count
   copy.gone = &copyGone;
   EXPECT_EQ(copy.refCount, 2);
   EXPECT_EQ(obj->Release(), 1u);
@@ -119,7 +119,7 @@ TEST(Thread, HandshakeAndTheNeverResetReplyEvent) {
   EXPECT_EQ(worker.CallWorker(21), 42u);
   // The reply event was never reset: the next call returns at once with
   // the value still held, while the worker has not answered it.
-  EXPECT_EQ(worker.CallWorker(8), 42u);
+  EXPECT_EQ(worker.CallWorker(8), 42u);  // QUIRK(reply-stays-set)
   EXPECT_EQ(worker.served.load(), 1);
   worker.gate.Set();
   for (int i = 0; i < 400 && worker.served.load() < 2; ++i) std::this_thread::sleep_for(5ms);

@@ -30,6 +30,7 @@ int64_t Unix(const SYSTEMTIME& t) {
 }
 
 TEST(ZmTime, PacksToTheSecondAndUnpacksMilliseconds) {
+  // QUIRK(zm-time-whole-seconds)
   EXPECT_EQ(SysTimeToZMTime(T(2008, 3, 15, 12, 34, 56, 789)), 20080315123456000LL);
   const SYSTEMTIME back = ZMTimeToSysTime(20080315123456789LL);
   EXPECT_EQ(Unix(back), Unix(T(2008, 3, 15, 12, 34, 56)));
@@ -103,6 +104,7 @@ TEST(Arithmetic, AddingOneSecondRepeatedlyNeverDriftsAndMillisecondsDrop) {
   EXPECT_EQ(SysTimeToZMTime(t), 20080229230000000LL);
 
   // Results drop milliseconds; AddTime with days has no visible effect.
+  // QUIRK(add-time-days-no-effect)
   const SYSTEMTIME m = T(2008, 3, 15, 12, 34, 56, 789);
   EXPECT_EQ(PlusTime(m, 0).wMilliseconds, 0);
   EXPECT_EQ(SysTimeToZMTime(PlusTime(m, -86400 * 366)), 20070315123456000LL);  // back over Feb 29
@@ -207,6 +209,7 @@ TEST(Calendar, DaysInMonthWithPassThrough) {
   // {month, year, answer}: months outside 1..12 come back unchanged.
   const unsigned cases[][3] = {{2, 1900, 28}, {2, 2000, 29},  {2, 2008, 29},  {2, 2007, 28},
                                {4, 2008, 30}, {12, 2008, 31}, {13, 2008, 13}, {0, 2008, 0}};
+  // QUIRK(days-in-month-pass-through): months 0 and 13 come back as given.
   for (const auto& c : cases) EXPECT_EQ(TellFromDay(c[0], c[1]), c[2]) << c[0] << "/" << c[1];
   EXPECT_EQ(FormatSTTIME(T(2008, 3, 15, 12, 34, 56)), "2008/03/15 12:34:56:0000");
   EXPECT_EQ(FormatSTTIME(T(2008, 3, 5, 1, 2, 3, 45)), "2008/03/05 01:02:03:0045");

@@ -135,6 +135,7 @@ TEST_F(Switches, NumbersConvertLikePercentD) {
   EXPECT_EQ(IsChangeDisplay(), 0u);
 }
 
+// QUIRK(flag-reset-switches)
 TEST_F(Switches, KeptSwitchesIgnoreEditsOthersSeeThemAtOnce) {
   WriteFile("Live.ini", "[MODEL]\nWATCHDOG=0\nZEPLOAUDIO=0\nCONNECT_TO_LISTSERVER=0\n");
   WriteFile("LiveTag.ini", "[SYSTEM]\nNORESPONSETIME=30\nBCSOFT=1\n[STORAGE]\nKEEP_STORAGE_SIZE=0.5\n");

@@ -180,7 +180,7 @@ TEST_F(XmlDocTest, MissingElementsGiveTheLoaderDefaults) {
   auto o = LoadFresh();
   const tagDSACTIONOPTION& a = o->dsDVROption.dsCamera[2].dsAction;
   EXPECT_EQ(o->dsDVROption.dsCamera[2].nRecordSecond, 50);
-  // The fax fallbacks cross over against the default document.
+  // QUIRK(crossed-fax-defaults): the fax fallbacks cross over against the default document.
   EXPECT_STREQ(a.szFaxComPort, "");
   EXPECT_STREQ(a.szSelNur, "Com 1");
   EXPECT_STREQ(o->dsDVROption.dsCamera[1].dsAction.szFaxComPort, "Com 1");

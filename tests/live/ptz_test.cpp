@@ -48,6 +48,7 @@ Bytes Hex(const char* text, int n) {
   return out;
 }
 
+// QUIRK(hex-nibble-carry)
 TEST(PtzHex, TwoDigitsPerByteAndNonDigitsKeepTheNibble) {
   EXPECT_EQ(Hex("0aF1b2", 3), (Bytes{0x0A, 0xF1, 0xB2}));
   EXPECT_EQ(Hex("1G", 1), (Bytes{0x11}));                 // low nibble starts at n = 1

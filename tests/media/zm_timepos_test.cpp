@@ -55,6 +55,7 @@ TEST_F(TimeToFilePosTest, BeforeTheStartAtOrAfterTheDurationAndDataRunningOut) {
   EXPECT_EQ(E_FAIL, At(rec, Ms(plan.back().time) + 1, &off));
 }
 
+// QUIRK(position-without-carry)
 TEST_F(TimeToFilePosTest, ARecordStraddlingARefillIsReportedPastItsHeadByTheCarry) {
   // Three 100 000-byte frames: the third starts inside the first 256 KiB
   // buffer and ends beyond it, so the walk carries its leading bytes into

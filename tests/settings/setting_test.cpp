@@ -76,6 +76,17 @@ TEST_F(SettingTest, DerivedReadersAndBounds) {
   s->SaveImageFilterValue(0, 7, 55);
   EXPECT_EQ(s->GetImageFilterValue(0, 6), 44);
   EXPECT_EQ(s->GetImageFilterValue(0, 7), 0);
+  // QUIRK(interface-spelling): the names as the interface spells them, and
+  // what they really touch.
+  s->EnableVisualDetection(1, 0);
+  s->DectionMotion(1, 1);
+  tagDSDVROPTION after;
+  s->LoadDVROption(after);
+  EXPECT_EQ(after.dsCamera[1].bVisual, 1);
+  int port = -1;
+  s->GetNATWebPort(port);
+  EXPECT_EQ(port, rec.dsGeneral.nWebPort);
+  EXPECT_EQ(s->IsRemoveAccess(), s->IsRemoteAccess());
   // Saved records reach the document.
   EXPECT_EQ(LoadFresh()->dsDVROption.dsView[2].nLookTime[5], 33);
 }
