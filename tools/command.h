@@ -25,7 +25,10 @@
 // text output is a table or a "name  value" listing, each column or name
 // is a JSON key: lower case, blanks as '_', a note in parentheses left out
 // ("free to caller (bytes)" is "free_to_caller"), in the same unit. JSON
-// may add raw forms (a FILETIME beside a formatted time).
+// may add raw forms (a FILETIME beside a formatted time). Commands that
+// change something and print one line saying what they did (users add,
+// schedule enable, cut, export, frame, ...) have no --json: their exit
+// status is the answer.
 //
 // Interface texts (account names, privilege names, default names) come
 // from the language table the library chooses ("LiveVar.ini"), or the one
