@@ -24,11 +24,12 @@ int Disk() {
               << '\n';
     return kExitOk;
   }
-  auto gib = [](uint64_t b) { return std::to_string(b / (1024 * 1024)) + " MiB"; };
-  PrintPairs(std::cout, {{"program folder", folder},
-                         {"free to caller", gib(space.freeBytesAvailable)},
-                         {"disk size", gib(space.totalBytes)},
-                         {"free", gib(space.totalFreeBytes)}});
+  // Bytes, as in the JSON, with the size in MiB for the eye.
+  auto bytes = [](uint64_t b) { return std::to_string(b) + " bytes (" + std::to_string(b / (1024 * 1024)) + " MiB)"; };
+  PrintPairs(std::cout, {{"home (program folder)", folder},
+                         {"free to caller", bytes(space.freeBytesAvailable)},
+                         {"total (disk size)", bytes(space.totalBytes)},
+                         {"free", bytes(space.totalFreeBytes)}});
   return kExitOk;
 }
 

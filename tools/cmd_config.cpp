@@ -123,7 +123,7 @@ int Show() {
     std::cout << j.dump(2) << "\n";
     return kExitOk;
   }
-  Table t({"PATH", "VALUE", "TYPE"});
+  Table t({"path", "value", "type"});
   for (const auto* k : chosen) {
     std::string type = KindName(k->kind);
     if (k->kind == config::OptionKind::kText) type += " (max " + std::to_string(k->maxLength) + ")";
@@ -184,7 +184,10 @@ int Set() {
   if (want == nullptr || got == nullptr || want->value != got->value)
     throw Failure(edit.file() + " did not keep " + Opts().path +
                   " (is its root element something other than ZeploXML?)");
-  std::cout << want->path << " = " << want->value << "\n";
+  if (Globals().json)
+    std::cout << nlohmann::ordered_json{{"path", want->path}, {"value", JsonValue(*want)}}.dump(2) << "\n";
+  else
+    std::cout << want->path << " = " << want->value << "\n";
   return kExitOk;
 }
 
@@ -192,16 +195,21 @@ int Reset() {
   FileEdit edit(DocumentFile());
   const std::string& file = edit.file();
   std::string kept;
+  nlohmann::ordered_json keptJson = nullptr;
   if (ReadIfExists(file)) {
     if (!config::KeepUnreadableDocument(file)) throw Failure("cannot keep a copy of " + file + "; not reset");
     kept = " (the old one is kept as " + file + ".bad)";
+    keptJson = file + ".bad";
   }
   ZXMLMGR doc;
   const auto defaults = Parse(doc, std::nullopt);
   std::string bytes;
   doc.SaveOptionToBuffer(*defaults, 0, bytes);
   SaveOrFail(file, bytes, 0644);
-  std::cout << "wrote the default option document to " << file << kept << "\n";
+  if (Globals().json)
+    std::cout << nlohmann::ordered_json{{"file", file}, {"kept", keptJson}}.dump(2) << "\n";
+  else
+    std::cout << "wrote the default option document to " << file << kept << "\n";
   return kExitOk;
 }
 
@@ -214,19 +222,27 @@ void RegisterConfig(CLI::App& app) {
                    "only this section or subtree (General, Camera, Camera/Camera3, Device, View, Map, User,\n"
                    "Audio, Player, POS)");
   AddJsonFlag(show);
+  AddLangOption(show);
   show->footer(kPathHelp);
 
   CLI::App* get = AddCommand(config, "get", "Print the value of one setting", Get);
   get->add_option("PATH", Opts().path, "the setting's path")->required();
   AddJsonFlag(get);
+  AddLangOption(get);
   get->footer(kPathHelp);
 
   CLI::App* set = AddCommand(config, "set", "Change one setting and save the document", Set);
   set->add_option("PATH", Opts().path, "the setting's path")->required();
   set->add_option("VALUE", Opts().value, "an integer, a switch (0 or 1), a number or a text")->required();
   set->footer(kPathHelp);
+  AddJsonFlag(set);
+  AddLangOption(set);
+  AllowCreateHome(set);
 
-  AddCommand(config, "reset", "Replace the document with the default one", Reset);
+  CLI::App* reset = AddCommand(config, "reset", "Replace the document with the default one", Reset);
+  AddJsonFlag(reset);
+  AddLangOption(reset);
+  AllowCreateHome(reset);
 }
 
 Registration reg{30, &RegisterConfig};

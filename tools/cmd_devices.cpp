@@ -71,9 +71,9 @@ int RunCards() {
               {"server", p.server ? "yes" : "no"},
               {"live camera index base", std::to_string(p.liveCameraIndexBase)},
               {"total channels", std::to_string(card.GetTotalChannels())},
-              {"I/O cards", std::to_string(p.ioCards)}});
+              {"io cards (I/O cards)", std::to_string(p.ioCards)}});
   std::cout << "\n";
-  Table cards({"card", "first chip", "chips", "inputs/chip", "channels", "gpios", "contact", "inputs", "relays"});
+  Table cards({"card", "first chip", "chips", "chip inputs", "channels", "gpios", "contact", "inputs", "relays"});
   for (int c = 0; c < card.GetCardNumber(); ++c) {
     const auto& l = p.cards[static_cast<size_t>(c)];
     cards.Add({std::to_string(c), std::to_string(card.GetChipIDOfCard(c)), std::to_string(l.chips),
@@ -82,7 +82,7 @@ int RunCards() {
   }
   cards.Print(std::cout);
   std::cout << "\n";
-  Table ports({"port", "device", "camera code"});
+  Table ports({"port", "device", "code (camera code)"});
   for (int port = 0; port < live::kCameraCodeSize; ++port)
     if (map[port] >= 0) ports.Add({std::to_string(port), std::to_string(map[port]), std::to_string(codes[port])});
   ports.Print(std::cout);
@@ -134,7 +134,12 @@ int RunDevices() {
     out["ports"] = nlohmann::json::array();
     for (int port = 0; port < count; ++port) {
       const int device = m->PortMap(port);
-      nlohmann::ordered_json row{{"port", port}, {"device", device}, {"code", m->CameraCode(port)}};
+      nlohmann::ordered_json row{{"port", port},
+                                 {"device", device >= 0 ? nlohmann::ordered_json(device) : nullptr},
+                                 {"code", m->CameraCode(port)},
+                                 {"chip", nullptr},
+                                 {"input", nullptr},
+                                 {"name", nullptr}};
       if (device >= 0) {
         row["chip"] = m->Device(device).chip;
         row["input"] = m->Device(device).input;
@@ -149,17 +154,17 @@ int RunDevices() {
             {{"device", d}, {"chip", m->Device(d).chip}, {"input", m->Device(d).input}, {"name", m->Device(d).name}});
     out["audio"] = nlohmann::json::array();
     for (int i = 0; i < audio; ++i) out["audio"].push_back(m->GetAuioDeviceName(i));
+    out["audio_devices"] = audio;
     out["refreshed"] = Refreshed(before);
     std::cout << out.dump(2) << "\n";
     return kExitOk;
   }
-  PrintPairs(
-      std::cout,
-      {{"program", program + (live ? " (the live program)" : " (not the live program: 16 ports, no cards asked)")},
-       {"cameras", std::to_string(count)},
-       {"audio devices", std::to_string(audio)}});
+  PrintPairs(std::cout, {{"program", program},
+                         {"live program", live ? "true" : "false (16 ports, no cards asked)"},
+                         {"cameras", std::to_string(count)},
+                         {"audio devices", std::to_string(audio)}});
   std::cout << "\n";
-  Table ports({"port", "device", "chip", "input", "camera code", "device name"});
+  Table ports({"port", "device", "chip", "input", "code (camera code)", "name (device name)"});
   for (int port = 0; port < count; ++port) {
     const int device = m->PortMap(port);
     if (device < 0) {
@@ -193,17 +198,18 @@ int RunMigrate() {
     for (const auto& f : r.files) {
       nlohmann::ordered_json row{
           {"file", f.file}, {"present", f.present}, {"read", f.accepted}, {"deleted", f.deleted}, {"bytes", f.bytes}};
+      row["layout"] = nullptr;
       if (f.file == config::kLegacyDVROptionFile && f.present) row["layout"] = config::LegacyLayoutName(f.layout);
       row["kept_defaults"] = f.keptDefaults;
-      if (!f.note.empty()) row["note"] = f.note;
+      row["note"] = f.note.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(f.note);
       out.push_back(row);
     }
     std::cout << out.dump(2) << "\n";
     return kExitOk;
   }
-  Table t({"file", "found", "read", "deleted", "layout", "note"});
+  Table t({"file", "present", "bytes", "read", "deleted", "layout", "note"});
   for (const auto& f : r.files) {
-    t.Add({f.file, f.present ? std::to_string(f.bytes) + " bytes" : "no", f.accepted ? "yes" : "no",
+    t.Add({f.file, f.present ? "yes" : "no", f.present ? std::to_string(f.bytes) : "-", f.accepted ? "yes" : "no",
            f.deleted ? "yes" : "no",
            f.file == config::kLegacyDVROptionFile && f.present ? config::LegacyLayoutName(f.layout) : "", f.note});
   }
@@ -223,6 +229,7 @@ void Register(CLI::App& app) {
                                  "program folder into DVROPTION.XML, reporting what was read and what kept defaults",
                                  RunMigrate);
   AddJsonFlag(migrate);
+  AddLangOption(migrate);
 
   CLI::App* devices = AddCommand(&app, "devices",
                                  "list the cameras, ports, capture chips and audio devices as the channel manager "

@@ -6,7 +6,8 @@
 //   dravix files add PATH [--hold S]  register one holder of PATH; with --hold,
 //                                     stay S seconds holding it, then let go
 //   dravix files delete PATH          remove one holder
-//   dravix files has PATH             print 1 when PATH is held, else 0
+//   dravix files has PATH             print 1 and exit 0 when PATH is held,
+//                                     else print 0 and exit 1
 //
 // The table lives while some process has it open: a registration made by a
 // `dravix files add` without --hold survives only if another process holds
@@ -107,24 +108,34 @@ int Files() {
   if (Title(o.path).empty())
     std::cerr << "dravix: note: \"" << o.path << "\" has no '\\' or '/', so its title is empty\n";
   ZShareMem* sm = Open();
+  const bool json = Globals().json;
   if (o.action == "has") {
-    // A predicate: "1" and exit 0 when a writer holds the file, "0" and
-    // exit 1 when none does.
-    const int held = sm->HasToken(o.path.c_str());
-    std::cout << held << "\n";
-    return held != 0 ? kExitOk : kExitFailure;
+    // A predicate: the answer on standard output and in the exit status.
+    const bool held = sm->HasToken(o.path.c_str()) != 0;
+    if (json)
+      std::cout << nlohmann::json{{"path", o.path}, {"title", Title(o.path)}, {"held", held}}.dump(2) << "\n";
+    else
+      std::cout << (held ? 1 : 0) << "\n";
+    return held ? kExitOk : kExitFailure;
   }
+  auto report = [&](const char* what) {
+    if (json)
+      std::cout << nlohmann::json{{"action", what}, {"title", Title(o.path)}, {"holders", Count(sm, o.path)}}.dump(2)
+                << std::endl;
+    else
+      std::cout << what << " \"" << Title(o.path) << "\" (holders now " << Count(sm, o.path) << ")" << std::endl;
+  };
   if (o.action == "delete") {
     sm->Delete(o.path.c_str());
-    std::cout << "released \"" << Title(o.path) << "\" (holders now " << Count(sm, o.path) << ")\n";
+    report("released");
     return kExitOk;
   }
   sm->Add(o.path.c_str());
-  std::cout << "registered \"" << Title(o.path) << "\" (holders now " << Count(sm, o.path) << ")" << std::endl;
+  report("registered");
   if (o.hold >= 0) {
     std::this_thread::sleep_for(std::chrono::duration<double>(o.hold));
     sm->Delete(o.path.c_str());
-    std::cout << "released \"" << Title(o.path) << "\" after " << o.hold << " s" << std::endl;
+    if (!json) std::cout << "released \"" << Title(o.path) << "\" after " << o.hold << " s" << std::endl;
   }
   return kExitOk;
 }
@@ -143,6 +154,9 @@ void Register(CLI::App& app) {
       ->check(CLI::NonNegativeNumber);
   cmd->add_flag("--all", o.all, "list freed records too");
   AddJsonFlag(cmd);
+  cmd->footer(
+      "`files has PATH` is a predicate: it prints 1 and exits 0 when the file is held, prints 0 and exits 1\n"
+      "when it is not; when it cannot ask, it prints nothing, says why on standard error and exits 1.");
 }
 
 const Registration reg{70, Register};

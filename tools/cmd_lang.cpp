@@ -1,6 +1,7 @@
 // `dravix lang`: interface texts from the program folder's language
 // database, and `dravix lang install` to put the built databases there.
 #include "tools/command.h"
+#include "tools/interface_lang.h"
 #include "tools/table.h"
 
 #include "dravix/base/zfile.h"
@@ -76,6 +77,15 @@ int Install() {
 std::pair<LangHost, std::string> ChooseTable(const std::string& folder) {
   const LangOptions& o = Options();
   LangHost host = o.player ? LangHost::kPlayer : LangHost::kLive;
+  if (!o.table.empty() && !Globals().lang.empty()) throw UsageError("give --table or --lang, not both");
+  if (!Globals().lang.empty()) {
+    // --lang was checked against the codes before the command ran.
+    for (int i = 0;; ++i) {
+      const std::string table = config::LangTableName(host, i);
+      if (table.empty()) break;
+      if (table.substr(table.find('_') + 1) == CurrentLangCode()) return {host, table};
+    }
+  }
   if (o.table.empty()) return {host, config::ChooseLangTable(host, folder)};
   if (!config::LangHostOfTable(o.table, &host))
     throw UsageError("unknown table \"" + o.table + "\" (LIVE_ENG ... LIVE_GER or PLAY_ENG ... PLAY_GER)");
@@ -150,6 +160,8 @@ void Register(CLI::App& app) {
   cmd->add_option("--table", o.table, "table to read (default: the choice in LiveVar.ini, else LIVE_CHT/PLAY_CHT)")
       ->type_name("TABLE");
   cmd->add_flag("--player", o.player, "use the player's database PlayerMultiLang.mdb");
+  AddLangOption(cmd);
+  AllowCreateHome(cmd);  // for `lang install` into a new program folder
   cmd->add_option("--from", o.from, "with install: folder holding the built databases")->type_name("DIR");
   AddJsonFlag(cmd);
 }

@@ -5,9 +5,12 @@
 #include "dravix/base/zfile.h"
 #include "dravix/config/switches.h"
 #include "dravix/log/ilog.h"
+#include "tools/edit.h"
 
-#include <fstream>
+#include <nlohmann/json.hpp>
+
 #include <iostream>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -46,8 +49,9 @@ int Tail() {
   const std::string path = o.old
                                ? GetModulePath() + "OLD" + o.name
                                : (EnableZeploEmbeded() ? dravix::log::EmbeddedBaseFolder() : GetModulePath()) + o.name;
-  std::ifstream in(path, std::ios::binary);
-  if (!in) throw Failure("cannot read log " + path);
+  const std::optional<std::string> bytes = ReadIfExists(path);
+  if (!bytes) throw Failure("cannot read the log " + path + ": no such file");
+  std::istringstream in(*bytes);
   std::vector<std::string> lines;
   std::string line;
   while (std::getline(in, line)) {
@@ -55,6 +59,13 @@ int Tail() {
     lines.push_back(std::move(line));
   }
   const size_t from = lines.size() > static_cast<size_t>(o.lines) ? lines.size() - static_cast<size_t>(o.lines) : 0;
+  if (Globals().json) {
+    nlohmann::json j{{"file", path}, {"lines", nlohmann::json::array()}};
+    for (size_t i = from; i < lines.size(); ++i) j["lines"].push_back(lines[i]);
+    // Log lines are the recorder's bytes: what is not UTF-8 shows as U+FFFD.
+    std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
+    return kExitOk;
+  }
   for (size_t i = from; i < lines.size(); ++i) std::cout << lines[i] << "\n";
   return kExitOk;
 }
@@ -66,10 +77,12 @@ void Register(CLI::App& app) {
   write->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
   write->add_option("TEXT", Options().text, "the text of the line")->required();
   write->add_flag("--raw", Options().raw, "append TEXT as given, without a line end");
+  AllowCreateHome(write);
   CLI::App* tail = AddCommand(log, "tail", "print the last lines of the log file NAME", Tail);
   tail->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
   tail->add_option("-n,--lines", Options().lines, "how many lines (default 10)");
   tail->add_flag("--old", Options().old, "read the rotated generation (\"OLD\" + NAME)");
+  AddJsonFlag(tail);
 }
 
 const Registration reg{45, Register};

@@ -19,6 +19,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cerrno>
 #include <csignal>
 #include <cstring>
 
@@ -46,102 +47,127 @@ struct Args {
 };
 Args g;
 
-std::string Hr(HRESULT hr) {
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "0x%08X", static_cast<unsigned>(hr));
-  switch (hr) {
-    case E_FAIL:
-      return std::string("E_FAIL (") + buf + ")";
-    case E_POINTER:
-      return std::string("E_POINTER (") + buf + ")";
-    case E_UNEXPECTED:
-      return std::string("E_UNEXPECTED (") + buf + ")";
-    case E_OUTOFMEMORY:
-      return std::string("E_OUTOFMEMORY (") + buf + ")";
-    default:
-      return buf;
-  }
-}
-
 std::string FileTimeText(int64_t ft) {
   SYSTEMTIME st{};
   if (!FileTimeToSystemTime(Int64ToFileTime(ft), &st)) return "(out of range)";
   return FormatTimeArg(st, true);
 }
 
-std::string Seconds(int64_t ticks) {
+std::string SecondsNumber(int64_t ticks) {
   std::ostringstream s;
   s.setf(std::ios::fixed);
   s.precision(3);
-  s << static_cast<double>(ticks) / 1e7 << " s";
+  s << static_cast<double>(ticks) / 1e7;
   return s.str();
 }
+
+std::string Seconds(int64_t ticks) { return SecondsNumber(ticks) + " s"; }
 
 const char* CodecName(int codec) { return codec == kCodecH263 ? "H.263" : codec == kCodecMJPEG ? "MJPEG" : nullptr; }
 
 // --- probe -------------------------------------------------------------------
 
+// Why the start-time reader fails: it reads the record head at byte 4096
+// whatever the header's data offset says.
+std::string StartProblem(const std::string& path) {
+  if (path.size() > kZMMaxNarrowPath) return "the path is longer than " + std::to_string(kZMMaxNarrowPath) + " bytes";
+  platform::File f;
+  if (!f.OpenRead(path.c_str())) return "cannot be opened: " + platform::FileErrorText(platform::LastFileError());
+  const int64_t size = f.Size();
+  uint8_t head[kZMRecordHeadSize];
+  if (size < static_cast<int64_t>(kZMDefaultDataOffset + kZMRecordHeadSize) ||
+      f.PRead(head, sizeof head, kZMDefaultDataOffset) != kZMRecordHeadSize)
+    return "no record at byte " + std::to_string(kZMDefaultDataOffset) + ": the file ends at byte " +
+           std::to_string(size);
+  return "the record at byte " + std::to_string(kZMDefaultDataOffset) + " has payload length 0";
+}
+
+// The OS's reason when a reader failed on a file operation; "" otherwise.
+// A missing index is no failure (the readers go on without one), so "no
+// such file" is not taken for the reason: the recording itself was found.
+std::string OsReason() {
+  const int err = platform::LastFileError();
+  return err != 0 && err != ENOENT ? platform::FileErrorText(err) : std::string();
+}
+
+// What `probe` reports for one file. "end" (kept for scripts) and
+// "last_record" are the time of the last record; "length" is from the
+// start to that record, in seconds. Each reader that fails adds why, in
+// plain words, with its result code in brackets.
 json ProbeOne(const std::string& path) {
-  json j{{"path", path},
-         {"start", nullptr},
-         {"end", nullptr},
-         {"start_filetime", nullptr},
-         {"end_filetime", nullptr},
-         {"length_100ns", nullptr},
-         {"codec", nullptr},
-         {"size_code", nullptr},
-         {"streams", nullptr},
-         {"records", nullptr},
-         {"error", nullptr}};
-  std::vector<std::string> errors;
+  json j{{"path", path},           {"start", nullptr},          {"end", nullptr},
+         {"last_record", nullptr}, {"start_filetime", nullptr}, {"end_filetime", nullptr},
+         {"length", nullptr},      {"length_100ns", nullptr},   {"codec", nullptr},
+         {"size", nullptr},        {"size_code", nullptr},      {"streams", nullptr},
+         {"records", nullptr},     {"error", nullptr}};
   std::string why;
   if (!platform::CheckRegularFile(path, &why)) {
     j["error"] = why;
     return j;
   }
-  platform::SetLastFileError(0);
+  // The header first: when it cannot be read, every reader fails for that
+  // one reason.
+  ZMFileSummary sum;
+  HRESULT hr = SummarizeRecording(path.c_str(), &sum);
+  if (FAILED(hr)) {
+    j["error"] = sum.problem + ResultCodeText(hr);
+    return j;
+  }
+  j["streams"] = sum.streams;
+  j["records"] = sum.records;
+  std::vector<std::string> errors;
+  // Each reader's failure with the OS's reason when a file operation
+  // failed, else with what is wrong in the file.
+  auto failed = [&errors](const std::string& what, const std::string& problem, const std::string& code) {
+    const std::string os = OsReason();
+    errors.push_back(what + ": " + (os.empty() ? problem : "cannot read the file: " + os) + code);
+  };
   FILETIME ft{};
-  HRESULT hr = GetZMFileStartTime(path.c_str(), &ft);
+  platform::SetLastFileError(0);
+  hr = GetZMFileStartTime(path.c_str(), &ft);
   if (SUCCEEDED(hr)) {
     j["start_filetime"] = FileTimeToInt64(ft);
     j["start"] = FileTimeText(FileTimeToInt64(ft));
   } else {
-    errors.push_back("start time: " + Hr(hr));
+    const std::string os = OsReason();
+    errors.push_back("start time: " + (os.empty() ? StartProblem(path) : "cannot read the file: " + os) +
+                     ResultCodeText(hr));
   }
+  platform::SetLastFileError(0);
   hr = GetZMFileEndTime(path.c_str(), &ft);
   if (SUCCEEDED(hr)) {
     j["end_filetime"] = FileTimeToInt64(ft);
-    j["end"] = FileTimeText(FileTimeToInt64(ft));
+    j["end"] = j["last_record"] = FileTimeText(FileTimeToInt64(ft));
   } else {
-    errors.push_back("end time: " + Hr(hr));
+    failed(
+        "end time",
+        sum.recordsComplete ? "the walk from the last index entry meets a damaged record" : "the data area is damaged",
+        ResultCodeText(hr));
   }
   __int64 length = 0;
+  platform::SetLastFileError(0);
   hr = ZMergeAVI::GetZMFileTime(path.c_str(), &length);
-  if (SUCCEEDED(hr))
+  if (SUCCEEDED(hr)) {
     j["length_100ns"] = length;
-  else
-    errors.push_back("length: " + Hr(hr));
+    j["length"] = static_cast<double>(length) / 1e7;
+  } else {
+    failed("length", "the header cannot be read", ResultCodeText(hr));
+  }
   SYSTEMTIME st{};
   __int64 duration = 0;
   int codec = -1, size = -1;
+  platform::SetLastFileError(0);
   if (GetVideoData(path.c_str(), &st, &duration, &codec, &size) == 1) {
     if (const char* name = CodecName(codec)) j["codec"] = name;
-    if (size >= 0) j["size_code"] = size;
+    if (size >= 0 && size < static_cast<int>(std::size(kZMPictureSizes))) {
+      j["size_code"] = size;
+      j["size"] = std::to_string(kZMPictureSizes[size].width) + "x" + std::to_string(kZMPictureSizes[size].height);
+    }
   } else {
-    errors.push_back("video data: unreadable");
+    failed("video data", "the header holds no video description", "");
   }
-  ZMFileSummary sum;
-  hr = SummarizeRecording(path.c_str(), &sum);
-  if (FAILED(hr)) errors.push_back("records: " + Hr(hr));
-  if (SUCCEEDED(hr)) {
-    j["streams"] = sum.streams;
-    j["records"] = sum.records;
-    if (!sum.recordsComplete) errors.push_back("data area: damaged after record " + std::to_string(sum.records));
-    if (!sum.indexProblem.empty()) errors.push_back(sum.indexPath + ": " + sum.indexProblem);
-  }
-  // A reader that failed on a file operation keeps the OS's reason.
-  if (!errors.empty() && platform::LastFileError() != 0)
-    errors.push_back("file error: " + platform::FileErrorText(platform::LastFileError()));
+  if (!sum.recordsComplete) errors.push_back("data area: " + sum.problem);
+  if (!sum.indexProblem.empty()) errors.push_back(sum.indexPath + ": " + sum.indexProblem);
   if (!errors.empty()) {
     std::string e = errors.front();
     for (size_t i = 1; i < errors.size(); ++i) e += "; " + errors[i];
@@ -159,7 +185,7 @@ std::string Text(const json& v) {
 int Probe() {
   bool failed = false;
   json all = json::array();
-  Table table({"file", "start", "end", "length", "codec", "size", "streams", "records", "error"});
+  Table table({"path", "start", "last record", "length (s)", "codec", "size", "streams", "records", "error"});
   for (const std::string& f : g.files) {
     json j = ProbeOne(f);
     failed = failed || !j["error"].is_null();
@@ -167,13 +193,9 @@ int Probe() {
       all.push_back(j);
       continue;
     }
-    const std::string size = j["size_code"].is_null()
-                                 ? "-"
-                                 : std::to_string(kZMPictureSizes[j["size_code"].get<int>()].width) + "x" +
-                                       std::to_string(kZMPictureSizes[j["size_code"].get<int>()].height);
-    table.Add({f, Text(j["start"]), Text(j["end"]),
-               j["length_100ns"].is_null() ? "-" : Seconds(j["length_100ns"].get<int64_t>()), Text(j["codec"]), size,
-               Text(j["streams"]), Text(j["records"]), Text(j["error"])});
+    table.Add({f, Text(j["start"]), Text(j["last_record"]),
+               j["length_100ns"].is_null() ? "-" : SecondsNumber(j["length_100ns"].get<int64_t>()), Text(j["codec"]),
+               Text(j["size"]), Text(j["streams"]), Text(j["records"]), Text(j["error"])});
   }
   if (Globals().json)
     std::cout << all.dump(2) << '\n';
@@ -203,8 +225,17 @@ int Check() {
   json all = json::array();
   for (const std::string& f : g.files) {
     ZMCheckPlan plan;
-    json j{{"path", f},       {"checked", false}, {"repaired", false}, {"index_cut", false},
-           {"intact", false}, {"end", nullptr},   {"error", nullptr}};
+    json j{{"path", f},
+           {"checked", false},
+           {"repaired", false},
+           {"index_cut", false},
+           {"intact", false},
+           {"end", nullptr},
+           {"reported_end", nullptr},
+           {"last_record", nullptr},
+           {"data_length", nullptr},
+           {"duration_100ns", nullptr},
+           {"error", nullptr}};
     std::string line = f + ": ";
     std::string why;
     if (!platform::CheckRegularFile(f, &why)) {
@@ -220,7 +251,10 @@ int Check() {
         j["checked"] = true;
         j["repaired"] = plan.RepairsHeader();
         j["index_cut"] = plan.CutsIndex();
-        j["end"] = FormatTimeArg(ZMTimeToSysTime(plan.endZMTime), true);
+        // The check's own end (the record before the last whole one, to the
+        // second) is not the last record's time that `probe` shows: both
+        // are given, each under its own name.
+        j["end"] = j["reported_end"] = FormatTimeArg(ZMTimeToSysTime(plan.endZMTime), false);
         j["data_length"] = {plan.before.DataLength(), plan.after.DataLength()};
         j["duration_100ns"] = {plan.before.Duration(), plan.after.Duration()};
         if (g.dryRun) j["dry_run"] = true;
@@ -228,6 +262,7 @@ int Check() {
         // Intact means every reader answers now (after the repair), and a dry
         // run found nothing to repair.
         const json probe = ProbeOne(f);
+        j["last_record"] = probe["last_record"];
         std::string wrong;
         if (!plan.writeError.empty()) wrong = plan.writeError;
         if (!probe["error"].is_null())
@@ -242,7 +277,9 @@ int Check() {
           line += "not intact until repaired";
         else
           line += (plan.writeError.empty() ? "still wrong: " : "") + wrong;
-        line += "; reported end " + j["end"].get<std::string>();
+        if (!probe["last_record"].is_null()) line += "; last record " + probe["last_record"].get<std::string>();
+        line +=
+            "; reported end " + j["reported_end"].get<std::string>() + " (the record before the last, to the second)";
         if (!intact) failed = true;
       }
     }
@@ -337,13 +374,9 @@ int Cut() {
     throw Failure("refusing to replace the index " + dstIndex + ": " + why);
   RefuseOverlap(g.src, g.dst);
 
-  __int64 length = 0;
-  const HRESULT hr = ZMergeAVI::GetZMFileTime(g.src.c_str(), &length);  // the header alone
-  if (FAILED(hr)) {
-    const int err = platform::LastFileError();
-    throw Failure("cannot read the recording " + g.src + ": " + Hr(hr) +
-                  (err != 0 ? " (" + platform::FileErrorText(err) + ")" : ""));
-  }
+  ZMFileSummary source;
+  const HRESULT hr = SummarizeRecording(g.src.c_str(), &source);  // the header and the records
+  if (FAILED(hr)) throw Failure("cannot cut " + g.src + ": " + source.problem + ResultCodeText(hr));
   std::string list;
   for (const std::string& t : g.texts) list += t + '\0';
   list += '\0';

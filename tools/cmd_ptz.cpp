@@ -72,7 +72,7 @@ int Models() {
   std::vector<std::pair<int, std::string>> models;
   EnumPTZModels([&models](int n, const char* name) { models.emplace_back(n, name); });
   nlohmann::json out = nlohmann::json::array();
-  Table table({"model", "name", "code bytes", "codes", "baud", "bits", "parity", "stop", "preset delay"});
+  Table table({"model", "name", "code length (bytes)", "codes", "baud", "bits", "parity", "stop", "no preset delay"});
   for (const auto& [n, name] : models) {
     tagPTZDEVICE d;
     const int length = LoadPTZDevice(n, d);
@@ -89,7 +89,7 @@ int Models() {
     } else {
       table.Add({std::to_string(n), name, length ? std::to_string(length) : "0 (unusable)",
                  std::to_string(CountCodes(d)), std::to_string(d.wBaudRate), std::to_string(d.byBits),
-                 ParityText(d.byParity), StopText(d.byStop), d.wNoPresetDelay ? "no" : "yes"});
+                 ParityText(d.byParity), StopText(d.byStop), d.wNoPresetDelay ? "yes" : "no"});
     }
   }
   if (Globals().json) {

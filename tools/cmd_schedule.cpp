@@ -104,11 +104,19 @@ std::string Day(const SYSTEMTIME& t) {
   return b;
 }
 
+std::string Window(const tagDSWORKTASK& t) { return Clock(t.start) + "-" + Clock(t.end); }
+
 std::string Windows(const tagSCHEDULEWORKTASK& list) {
   if (list.tasks.empty()) return "-";
   std::string s;
-  for (const tagDSWORKTASK& t : list.tasks) s += (s.empty() ? "" : ", ") + Clock(t.start) + "-" + Clock(t.end);
+  for (const tagDSWORKTASK& t : list.tasks) s += (s.empty() ? "" : ", ") + Window(t);
   return s;
+}
+
+nlohmann::ordered_json WindowsJson(const tagSCHEDULEWORKTASK& list) {
+  auto j = nlohmann::ordered_json::array();
+  for (const tagDSWORKTASK& t : list.tasks) j.push_back(Window(t));
+  return j;
 }
 
 struct Snapshot {
@@ -130,8 +138,28 @@ void CheckCamera(int camera) {
 
 std::string Flag(LONG v) { return v == 1 ? "yes" : v == 0 ? "-" : std::to_string(v); }
 
+nlohmann::ordered_json TasksJson(const tagSCHEDULEWORKTASK& list) {
+  auto j = nlohmann::ordered_json::array();
+  for (size_t i = 0; i < list.tasks.size(); ++i) {
+    const tagDSWORKTASK& k = list.tasks[i];
+    j.push_back({{"index", i},
+                 {"start", Clock(k.start)},
+                 {"end", Clock(k.end)},
+                 {"connect", k.bConnect},
+                 {"record", k.bRecord},
+                 {"mode", k.nRecordMode},
+                 {"motion", k.bVisual},
+                 {"sensor", k.bSensor},
+                 {"manual", k.bManual},
+                 {"action", k.nActionFlag},
+                 {"external", k.bExternal},
+                 {"ptz_loop", k.bPTZLoop}});
+  }
+  return j;
+}
+
 void PrintTasks(const tagSCHEDULEWORKTASK& list) {
-  Table t({"#", "start", "end", "connect", "record", "mode", "motion", "sensor", "manual", "action", "external",
+  Table t({"index", "start", "end", "connect", "record", "mode", "motion", "sensor", "manual", "action", "external",
            "PTZ loop"});
   for (size_t i = 0; i < list.tasks.size(); ++i) {
     const tagDSWORKTASK& k = list.tasks[i];
@@ -145,16 +173,73 @@ void PrintTasks(const tagSCHEDULEWORKTASK& list) {
     t.Print(std::cout);
 }
 
+// One camera's schedule as JSON: the same parts as the text, each list of
+// windows and tasks in full.
+int ShowCameraJson(const Snapshot& s, int c, const SYSTEMTIME& today, nlohmann::ordered_json j) {
+  using Json = nlohmann::ordered_json;
+  const tagDSSCHEDULEOPTION& cam = s.cams[c];
+  j["camera"] = c;
+  j["enabled"] = cam.nEnabled == 1;
+  j["mode"] = cam.nMode;
+  j["week"] = Json::array();
+  for (size_t d = 0; d < cam.week.size(); ++d) {
+    const LONG t = cam.week[d];
+    const bool known = t >= 0 && t <= kWeekSpecial;
+    j["week"].push_back({{"day", d < 7 ? Json(kDays[d]) : Json(d)},
+                         {"type", t},
+                         {"list", known ? Json(t) : Json(nullptr)},
+                         {"windows", known ? WindowsJson(s.lists[t]) : Json(nullptr)}});
+  }
+  j["month"] = Json::array();
+  for (const tagDSSCHEDULEMONTH& m : cam.month) {
+    const bool known = m.type >= kMonthWork && m.type <= kMonthSpecial;
+    j["month"].push_back({{"date", Day(m.date)},
+                          {"day", kDays[m.date.wDayOfWeek % 7]},
+                          {"type", m.type},
+                          {"list", known ? Json(kFirstMonthList + m.type) : Json(nullptr)},
+                          {"windows", known ? WindowsJson(s.lists[kFirstMonthList + m.type]) : Json(nullptr)}});
+  }
+  const int l = ZScheduleManager::Instance()->ListOfDay(c, today);
+  j["list_today"] = l < 0 ? Json(nullptr) : Json(l);
+  j["tasks_today"] = l < 0 ? Json(nullptr) : TasksJson(s.lists[l]);
+  // The lists that take turns with today's in modes 1 and 2.
+  j["other_lists"] = Json::array();
+  if (cam.nMode != kScheduleDaily) {
+    const int first = cam.nMode == kScheduleWeekly ? 0 : kFirstMonthList;
+    for (int k = first; k < first + (cam.nMode == kScheduleWeekly ? 4 : 3); ++k)
+      if (k != l && !s.lists[k].tasks.empty())
+        j["other_lists"].push_back({{"list", k}, {"tasks", TasksJson(s.lists[k])}});
+  }
+  std::cout << j.dump(2) << "\n";
+  return kExitOk;
+}
+
 int Show() {
   const Options& o = Opts();
   const auto s = Take();
   const SYSTEMTIME today = GetSysTime();
+  const bool json = Globals().json;
+  nlohmann::ordered_json j;
+  j["file"] = GetModulePath() + schedule::kScheduleFileName;
+  j["date"] = Day(today);
+  j["day"] = kDays[today.wDayOfWeek % 7];
   if (o.showCamera->count() == 0) {
-    Table t({"camera", "enabled", "mode", "today's list", "today's windows"});
+    Table t({"camera", "enabled", "mode", "list today", "windows today"});
+    j["cameras"] = nlohmann::ordered_json::array();
     for (int c = 0; c < kScheduleCameras; ++c) {
       const int l = ZScheduleManager::Instance()->ListOfDay(c, today);
-      t.Add({std::to_string(c), s->cams[c].nEnabled == 1 ? "yes" : "no", ModeName(s->cams[c].nMode),
-             l < 0 ? "none" : std::to_string(l), l < 0 ? "-" : Windows(s->lists[l])});
+      t.Add({std::to_string(c), s->cams[c].nEnabled == 1 ? "yes" : "no",
+             std::to_string(s->cams[c].nMode) + " " + ModeName(s->cams[c].nMode), l < 0 ? "none" : std::to_string(l),
+             l < 0 ? "-" : Windows(s->lists[l])});
+      j["cameras"].push_back({{"camera", c},
+                              {"enabled", s->cams[c].nEnabled == 1},
+                              {"mode", s->cams[c].nMode},
+                              {"list_today", l < 0 ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(l)},
+                              {"windows_today", l < 0 ? nlohmann::ordered_json(nullptr) : WindowsJson(s->lists[l])}});
+    }
+    if (json) {
+      std::cout << j.dump(2) << "\n";
+      return kExitOk;
     }
     std::cout << "Schedule of " << GetModulePath() << "Schedule.zmi (" << kDays[today.wDayOfWeek % 7] << " "
               << Day(today) << ")\n";
@@ -164,6 +249,7 @@ int Show() {
   CheckCamera(o.camera);
   const int c = o.camera;
   const tagDSSCHEDULEOPTION& cam = s->cams[c];
+  if (json) return ShowCameraJson(*s, c, today, std::move(j));
   std::cout << "Camera " << c << ": " << (cam.nEnabled == 1 ? "enabled" : "not enabled") << ", " << ModeName(cam.nMode)
             << "\n";
 
@@ -248,7 +334,9 @@ int Post() {
     nlohmann::ordered_json j;
     j["camera"] = o.camera;
     j["now"] = FormatTimeArg(now, false);
-    j["posted"] = posted;
+    j["enabled"] = m->IsEnabled(o.camera) != 0;
+    // How many time events were posted, as the text says.
+    j["posted"] = posted ? events.size() : 0;
     j["events"] = nlohmann::ordered_json::array();
     for (const auto& e : events)
       j["events"].push_back({{"time", FormatTimeArg(e.due, false)},
@@ -266,9 +354,10 @@ int Post() {
     return kExitOk;
   }
   std::cout << events.size() << " time events posted\n";
-  Table t({"time", "event", "camera", "second", "tag"});
+  Table t({"time", "event", "first (camera)", "second", "tag"});
   for (const auto& e : events)
-    t.Add({Clock(e.due), EventName(e.id), std::to_string(e.first), std::to_string(e.second), std::to_string(e.tag)});
+    t.Add({FormatTimeArg(e.due, false), EventName(e.id), std::to_string(e.first), std::to_string(e.second),
+           std::to_string(e.tag)});
   t.Print(std::cout);
   std::cout << "\nLive log (" << logPath << "):\n";
   for (const std::string& l : lines) std::cout << "  " << l << "\n";
@@ -356,6 +445,7 @@ void Register(CLI::App& app) {
 
   CLI::App* show = AddCommand(sched, "show", "all cameras, or one camera's week, month and day", Show);
   o.showCamera = show->add_option("CAMERA", o.camera, "camera 0 to 15 (every camera when left out)");
+  AddJsonFlag(show);
 
   CLI::App* post = AddCommand(sched, "post",
                               "post the camera's remaining windows of today as the recorder does, and show the "
@@ -369,6 +459,7 @@ void Register(CLI::App& app) {
   CLI::App* enable = AddCommand(sched, "enable", "enable a camera's schedule and save", Enable);
   enable->add_option("CAMERA", o.camera, "camera 0 to 15")->required();
   enable->add_option("--mode", o.mode, "0 every day alike, 1 by day of the week, 2 by calendar date");
+  AllowCreateHome(enable);
   CLI::App* disable = AddCommand(sched, "disable", "disable a camera's schedule and save", Disable);
   disable->add_option("CAMERA", o.camera, "camera 0 to 15")->required();
 
@@ -387,6 +478,7 @@ void Register(CLI::App& app) {
   add->add_flag("--manual", o.manual, "manual events in the window");
   add->add_flag("--external", o.external, "output to the external device");
   add->add_flag("--ptz-loop", o.ptzLoop, "PTZ preset loop");
+  AllowCreateHome(add);
 }
 
 const Registration reg{55, Register};

@@ -43,7 +43,7 @@ const char* CachingText(SwitchCaching c) { return c == SwitchCaching::kKept ? "k
 
 int Run() {
   nlohmann::json out = nlohmann::json::array();
-  Table table({"switch", "value", "from", "key", "default", "read"});
+  Table table({"switch", "value", "source", "file", "section", "key", "default", "read"});
   for (const SwitchInfo& s : config::SwitchTable()) {
     const std::string value = FormatValue(s, s.value());
     const std::string source = Source(s);
@@ -58,8 +58,8 @@ int Run() {
                      {"default", s.defaultText},
                      {"read", CachingText(s.caching)}});
     } else {
-      table.Add({s.function, value, source, std::string(s.file) + " [" + s.section + "] \"" + s.key + "\"",
-                 s.defaultText, CachingText(s.caching)});
+      table.Add({s.function, value, source, s.file, s.section, "\"" + std::string(s.key) + "\"", s.defaultText,
+                 CachingText(s.caching)});
     }
   }
   if (Globals().json)

@@ -84,7 +84,9 @@ int WriteNoise(int codec, const Size& size, int64_t startTime) {
   ZMSampleStats stats;
   std::string error;
   const HRESULT hr = WriteSampleRecording(g.out.c_str(), o, &stats, &error);
-  if (FAILED(hr)) throw Failure("cannot write " + g.out + (error.empty() ? std::string() : ": " + error));
+  if (FAILED(hr))
+    throw Failure("cannot write " + g.out + ": " + (error.empty() ? std::string("the writer failed") : error) +
+                  ResultCodeText(hr));
   std::cout << g.out << ": " << stats.records << " records (" << stats.videoRecords << " video), " << stats.dataLength
             << " bytes of data, " << stats.indexEntries << " index entries\n";
   return kExitOk;

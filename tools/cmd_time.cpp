@@ -33,7 +33,7 @@ std::string Str(__int64 v) { return std::to_string(v); }
 int Now() {
   const SYSTEMTIME t = GetSysTime();
   return Emit({{"local", FormatTimeArg(t, false)}, {"zm", GetZMTime()}, {"formatted", FormatSTTIME(t)}},
-              {{"local time", FormatTimeArg(t, false)}, {"ZM time", Str(GetZMTime())}, {"formatted", FormatSTTIME(t)}});
+              {{"local", FormatTimeArg(t, false)}, {"zm", Str(GetZMTime())}, {"formatted", FormatSTTIME(t)}});
 }
 
 int Zm() {
@@ -42,11 +42,11 @@ int Zm() {
     if (g.a.size() > 18) throw UsageError("ZM time '" + g.a + "' has more than 18 digits");
     ParseZMTimeArg(std::stoll(g.a), "TIME");
     const SYSTEMTIME t = ZMTimeToSysTime(std::stoll(g.a));
-    return Emit({{"zm", std::stoll(g.a)}, {"time", FormatTimeArg(t)}}, {{"ZM time", g.a}, {"time", FormatTimeArg(t)}});
+    return Emit({{"zm", std::stoll(g.a)}, {"time", FormatTimeArg(t)}}, {{"zm", g.a}, {"time", FormatTimeArg(t)}});
   }
   const SYSTEMTIME t = ParseTimeArg(g.a, "TIME");
   const __int64 zm = SysTimeToZMTime(t);
-  return Emit({{"time", FormatTimeArg(t)}, {"zm", zm}}, {{"time", FormatTimeArg(t)}, {"ZM time", Str(zm)}});
+  return Emit({{"time", FormatTimeArg(t)}, {"zm", zm}}, {{"time", FormatTimeArg(t)}, {"zm", Str(zm)}});
 }
 
 int Diff() {
@@ -60,21 +60,25 @@ int Diff() {
   const int fromAToB = MinusTime(a, b);
   const LONG aMinusB = MilusTime(a, b);
   return Emit({{"a", FormatTimeArg(a)}, {"b", FormatTimeArg(b)}, {"minus_time", fromAToB}, {"milus_time", aMinusB}},
-              {{"seconds from A to B (MinusTime)", std::to_string(fromAToB)},
-               {"seconds A - B (MilusTime)", std::to_string(aMinusB)}});
+              {{"a", FormatTimeArg(a)},
+               {"b", FormatTimeArg(b)},
+               {"minus time (seconds from A to B)", std::to_string(fromAToB)},
+               {"milus time (seconds A - B)", std::to_string(aMinusB)}});
 }
 
 int Add() {
   const SYSTEMTIME t = ParseTimeArg(g.a, "TIME");
   CheckShiftInRange(t, g.seconds, "TIME + SECONDS");
   const SYSTEMTIME r = PlusTime(t, g.seconds);
-  return Emit({{"time", FormatTimeArg(t)}, {"seconds", g.seconds}, {"result", FormatTimeArg(r, false)}},
-              {{"result", FormatTimeArg(r, false)}});
+  return Emit(
+      {{"time", FormatTimeArg(t)}, {"seconds", g.seconds}, {"result", FormatTimeArg(r, false)}},
+      {{"time", FormatTimeArg(t)}, {"seconds", std::to_string(g.seconds)}, {"result", FormatTimeArg(r, false)}});
 }
 
 int Days() {
   const UINT n = TellFromDay(g.month, g.year);
-  return Emit({{"month", g.month}, {"year", g.year}, {"days", n}}, {{"days", std::to_string(n)}});
+  return Emit({{"month", g.month}, {"year", g.year}, {"days", n}},
+              {{"month", std::to_string(g.month)}, {"year", std::to_string(g.year)}, {"days", std::to_string(n)}});
 }
 
 int Window() {
@@ -82,16 +86,18 @@ int Window() {
   const SYSTEMTIME t = ParseTimeArg(g.b, "TIME");
   const SYSTEMTIME e = ParseTimeArg(g.c, "END");
   const bool inside = CompareOverTime(s, t, e) == -1;
-  return Emit({{"inside", inside}}, {{"TIME in the daily window START..END", inside ? "yes" : "no"}});
+  return Emit({{"inside", inside}}, {{"inside (TIME in the daily window START..END)", inside ? "true" : "false"}});
 }
 
 int Intersect() {
   const tagDSSYSTIMEPERIOD a{ParseTimeArg(g.a, "A_START"), ParseTimeArg(g.b, "A_END")};
   const tagDSSYSTIMEPERIOD b{ParseTimeArg(g.c, "B_START"), ParseTimeArg(g.d, "B_END")};
   tagDSSYSTIMEPERIOD r{};
-  if (IntersectSysTime(r, a, b) == 0) return Emit({{"intersects", false}}, {{"intersection", "none"}});
+  if (IntersectSysTime(r, a, b) == 0)
+    return Emit({{"intersects", false}, {"start", nullptr}, {"end", nullptr}},
+                {{"intersects", "false"}, {"start", "-"}, {"end", "-"}});
   return Emit({{"intersects", true}, {"start", FormatTimeArg(r.start)}, {"end", FormatTimeArg(r.end)}},
-              {{"start", FormatTimeArg(r.start)}, {"end", FormatTimeArg(r.end)}});
+              {{"intersects", "true"}, {"start", FormatTimeArg(r.start)}, {"end", FormatTimeArg(r.end)}});
 }
 
 void Register(CLI::App& app) {

@@ -11,6 +11,7 @@
 #include "dravix/users/password_digest.h"
 #include "tools/command.h"
 #include "tools/edit.h"
+#include "tools/interface_lang.h"
 #include "tools/table.h"
 
 #include <nlohmann/json.hpp>
@@ -96,13 +97,22 @@ void SaveAccounts(IAccountMgr* m, CUserArray& list) {
 
 std::string PrivilegeName(UINT level) { return users::AccountString(lang::kPrivilegeNameBase + level); }
 
-// A level given as a digit or a display name; stored as the digit.
+// A level given as a digit or a display name, in English or in the
+// language of the interface texts (case ignored); stored as the digit.
 std::string ParsePrivilege(const std::string& text) {
+  std::string accepted;
   for (UINT i = 0; i < static_cast<UINT>(lang::kPrivilegeLevelCount); ++i) {
-    const std::string name = PrivilegeName(i);
-    if (text == std::to_string(i) || (!name.empty() && EqualNoCase(text, name))) return std::to_string(i);
+    if (text == std::to_string(i)) return text;
+    std::string names;
+    for (const std::string& name : {LangText("ENG", lang::kPrivilegeNameBase + i), PrivilegeName(i)}) {
+      if (name.empty() || (!names.empty() && EqualNoCase(names, name))) continue;
+      if (EqualNoCase(text, name)) return std::to_string(i);
+      names += (names.empty() ? "" : " or ") + name;
+    }
+    accepted += (accepted.empty() ? "" : ", ") + std::to_string(i) + (names.empty() ? "" : " (" + names + ")");
   }
-  throw UsageError("unknown privilege \"" + text + "\": give 0 (highest) to 3, or a level's name");
+  throw UsageError("unknown privilege \"" + text + "\": give a level or its name, case ignored: " + accepted +
+                   "; 0 is the highest");
 }
 
 // Reads a password: one line of standard input with --password-stdin,
@@ -165,23 +175,24 @@ int List() {
   const CUserArray list = ReadAccounts();
   if (Globals().json) {
     auto out = nlohmann::ordered_json::array();
-    for (const tagDSADDUSER& u : list) {
+    for (size_t i = 0; i < list.size(); ++i) {
+      const tagDSADDUSER& u = list[i];
       const UINT level = users::PrivilegeLevel(users::FieldText(u.szPrivilegeLeve));
-      out.push_back({{"name", JsonText(users::FieldText(u.szName))},
+      out.push_back({{"index", i},
+                     {"name", JsonText(users::FieldText(u.szName))},
                      {"privilege", level},
-                     {"privilegeName", JsonText(PrivilegeName(level))},
+                     {"privilege_name", JsonText(PrivilegeName(level))},
                      {"password", users::FieldText(u.szPasswords).empty() ? "empty" : "set"},
                      {"description", JsonText(users::FieldText(u.szDescriptin))}});
     }
     std::cout << out.dump(2) << "\n";
     return kExitOk;
   }
-  Table t({"#", "name", "privilege", "password", "description"});
+  Table t({"index", "name", "privilege", "privilege name", "password", "description"});
   for (size_t i = 0; i < list.size(); ++i) {
     const tagDSADDUSER& u = list[i];
     const UINT level = users::PrivilegeLevel(users::FieldText(u.szPrivilegeLeve));
-    t.Add({std::to_string(i), std::string(users::FieldText(u.szName)),
-           std::to_string(level) + " " + PrivilegeName(level),
+    t.Add({std::to_string(i), std::string(users::FieldText(u.szName)), std::to_string(level), PrivilegeName(level),
            users::FieldText(u.szPasswords).empty() ? "empty" : "set", std::string(users::FieldText(u.szDescriptin))});
   }
   t.Print(std::cout);
@@ -240,17 +251,26 @@ int Delete() {
   return kExitOk;
 }
 
+// A predicate: the answer on standard output and in the exit status (0
+// accepted, 1 refused); an error that keeps it from answering prints
+// nothing on standard output.
 int Check() {
   ReadAccounts();  // a file that cannot be read is a failure, not an empty list
   IAccountMgr* m = IAccountMgr::Instance();
   const std::string pw = ReadPassword("Password for " + Opts().name, false);
   UINT level = 0;
-  if (!m->CheckUserIsExist(Opts().name.c_str(), pw.c_str(), level)) {
-    std::cerr << "log-in refused for \"" << Opts().name << "\"\n";
-    return kExitFailure;
+  const bool accepted = m->CheckUserIsExist(Opts().name.c_str(), pw.c_str(), level) != 0;
+  if (Globals().json) {
+    nlohmann::ordered_json j{{"name", JsonText(Opts().name)}, {"accepted", accepted}};
+    j["privilege"] = accepted ? nlohmann::ordered_json(level) : nlohmann::ordered_json(nullptr);
+    j["privilege_name"] = accepted ? JsonText(PrivilegeName(level)) : nlohmann::ordered_json(nullptr);
+    std::cout << j.dump(2) << "\n";
+  } else if (accepted) {
+    std::cout << Opts().name << ": log-in accepted, privilege " << level << " (" << PrivilegeName(level) << ")\n";
+  } else {
+    std::cout << Opts().name << ": log-in refused (no such account, or another password)\n";
   }
-  std::cout << Opts().name << ": log-in accepted, privilege " << level << " (" << PrivilegeName(level) << ")\n";
-  return kExitOk;
+  return accepted ? kExitOk : kExitFailure;
 }
 
 void Register(CLI::App& app) {
@@ -259,12 +279,15 @@ void Register(CLI::App& app) {
   users->require_subcommand(1);
   CLI::App* list = AddCommand(users, "list", "list the accounts", List);
   AddJsonFlag(list);
+  AddLangOption(list);
 
   CLI::App* add = AddCommand(users, "add", "add an account; the password is asked for", Add);
   add->add_option("NAME", o.name, "user name")->required();
   add->add_option("-p,--privilege", o.privilege, "0 (highest) to 3, or a level's name (default 3)");
   add->add_option("-d,--description", o.description, "description");
   add->add_flag("--password-stdin", o.passwordStdin, "read the password from standard input (one line)");
+  AddLangOption(add);
+  AllowCreateHome(add);
 
   CLI::App* modify = AddCommand(users, "modify", "change an account's privilege, description or password", Modify);
   modify->add_option("NAME", o.name, "user name (any letter case)")->required();
@@ -275,14 +298,22 @@ void Register(CLI::App& app) {
   modify->add_flag("--password", o.newPassword, "set a new password (asked for)");
   modify->add_flag("--password-stdin", o.passwordStdin, "set a new password read from standard input");
   modify->add_flag("--force", o.force, "allow leaving no account of privilege 0");
+  AddLangOption(modify);
 
   CLI::App* del = AddCommand(users, "delete", "delete an account (never the default one)", Delete);
   del->add_option("NAME", o.name, "user name (any letter case)")->required();
   del->add_flag("--force", o.force, "allow leaving no account of privilege 0");
+  AddLangOption(del);
 
   CLI::App* check = AddCommand(users, "check", "check a log-in; prints the privilege level", Check);
   check->add_option("NAME", o.name, "user name (exact letter case)")->required();
   check->add_flag("--password-stdin", o.passwordStdin, "read the password from standard input (one line)");
+  AddJsonFlag(check);
+  AddLangOption(check);
+  check->footer(
+      "A predicate: exits 0 when the log-in is accepted and 1 when it is refused, with the answer on\n"
+      "standard output; when it cannot check (the accounts cannot be read) it prints nothing there,\n"
+      "says why on standard error and exits 1.");
 }
 
 const Registration reg{50, Register};

@@ -6,13 +6,7 @@
 // keep only real errors. The library itself never changes the setting.
 #pragma once
 
-#include <string>
-
 namespace dravix::media {
-
-// The FFmpeg libraries the process runs with, e.g. "libavcodec 59.37.100,
-// libavformat 59.27.100, ...".
-std::string CodecLibraryVersions();
 
 // Keeps only messages at error level or worse.
 void QuietCodecLog();

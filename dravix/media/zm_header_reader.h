@@ -15,6 +15,7 @@
 #include "dravix/media/zm_format.h"
 #include "dravix/platform/file_io.h"
 
+#include <string>
 #include <vector>
 
 namespace dravix::media {
@@ -50,10 +51,14 @@ class ZMHeaderReader {
 
   const ZMFileHeader& header() const { return header_; }
   const std::vector<ZMStreamEntry>& streams() const { return streams_; }
+  // Why the last Read or Open failed, in plain words with the byte where
+  // it was found ("not a recording: bad magic at byte 0"); "" after success.
+  const std::string& error() const { return error_; }
 
  private:
   ZMFileHeader header_;
   std::vector<ZMStreamEntry> streams_;
+  std::string error_;
 };
 
 }  // namespace dravix::media

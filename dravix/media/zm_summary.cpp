@@ -21,7 +21,10 @@ HRESULT SummarizeRecording(const char* path, ZMFileSummary* out) {
   ZMHeaderReader reader;
   platform::File file;
   const HRESULT hr = reader.Open(path, &file, false);
-  if (FAILED(hr)) return hr;
+  if (FAILED(hr)) {
+    out->problem = reader.error();
+    return hr;
+  }
   out->header = reader.header();
   out->streams = reader.header().StreamCount();
 
@@ -57,9 +60,24 @@ HRESULT SummarizeRecording(const char* path, ZMFileSummary* out) {
   const auto fileSize = static_cast<uint64_t>(file.Size() < 0 ? 0 : file.Size());
   while (pos < end) {
     ZMRecordAt r;
-    if (LoadRecordAt(window, pos, &r) != 1 || r.head.length == 0 || pos + r.head.Size() > end ||
-        pos + r.head.Size() > fileSize) {
+    const int loaded = LoadRecordAt(window, pos, &r);
+    std::string why;
+    if (loaded < 0)
+      why = "cannot be read: " + platform::FileErrorText(platform::LastFileError());
+    else if (loaded == 0)
+      why = "is cut off: the file ends at byte " + std::to_string(fileSize) + ", the header claims data up to byte " +
+            std::to_string(end);
+    else if (r.head.length == 0)
+      why = "has payload length 0";
+    else if (pos + r.head.Size() > fileSize)
+      why = "runs to byte " + std::to_string(pos + r.head.Size()) + ", past the end of the file (byte " +
+            std::to_string(fileSize) + ")";
+    else if (pos + r.head.Size() > end)
+      why = "runs to byte " + std::to_string(pos + r.head.Size()) + ", past the data area the header claims (to byte " +
+            std::to_string(end) + ")";
+    if (!why.empty()) {
       out->recordsComplete = false;
+      out->problem = "record " + std::to_string(out->records) + " at byte " + std::to_string(pos) + " " + why;
       break;
     }
     ++out->records;

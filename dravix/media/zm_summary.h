@@ -23,9 +23,14 @@ struct ZMFileSummary {
   // The first index entry that does not point into the data area, or that
   // goes back in time or offset, in words ("" when every entry is fine).
   std::string indexProblem;
+  // Why the file is not whole, in plain words with the byte: the header's
+  // fault when the call fails, else the record where the walk of the data
+  // area stopped ("" when every record is whole).
+  std::string problem;
 };
 
-// S_OK, or the header reader's code (then only `indexPath` is filled).
+// S_OK, or the header reader's code (then only `indexPath` and `problem`
+// are filled).
 HRESULT SummarizeRecording(const char* path, ZMFileSummary* out);
 
 }  // namespace dravix::media

@@ -107,6 +107,24 @@ const char* DatabaseFileKindName(DatabaseFileKind kind) {
   return "unknown";
 }
 
+std::string OdbcManagerVersion() {
+  SQLHENV env = SQL_NULL_HENV;
+  if (!SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env))) return "";
+  std::string version;
+  SQLHDBC dbc = SQL_NULL_HDBC;
+  if (SQL_SUCCEEDED(SQLSetEnvAttr(env, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0)) &&
+      SQL_SUCCEEDED(SQLAllocHandle(SQL_HANDLE_DBC, env, &dbc))) {
+    // The driver manager answers SQL_DM_VER without a connection.
+    SQLCHAR text[64] = {};
+    SQLSMALLINT length = 0;
+    if (SQL_SUCCEEDED(SQLGetInfo(dbc, SQL_DM_VER, text, sizeof text, &length)))
+      version = reinterpret_cast<const char*>(text);
+    SQLFreeHandle(SQL_HANDLE_DBC, dbc);
+  }
+  SQLFreeHandle(SQL_HANDLE_ENV, env);
+  return version;
+}
+
 const std::vector<std::string>& DefaultDriverFolders() {
   static const std::vector<std::string> folders = {"/usr/lib/x86_64-linux-gnu/odbc/",
                                                    "/usr/lib/aarch64-linux-gnu/odbc/",

@@ -33,6 +33,10 @@ enum class DatabaseFileKind {
 DatabaseFileKind ProbeDatabaseFile(const std::string& path);
 const char* DatabaseFileKindName(DatabaseFileKind kind);
 
+// The driver manager's version ("03.52.0002.0003" style, as unixODBC gives
+// it), or "" when it cannot be asked.
+std::string OdbcManagerVersion();
+
 // The driver chosen for a database file and how to hand it the file.
 struct FileDriver {
   std::string driver;          // the name registered in odbcinst.ini, or the library's path

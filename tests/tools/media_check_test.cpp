@@ -41,9 +41,10 @@ TEST_F(MediaCheck, SaysIntactOnlyWhenProbeAcceptsTheFileAfterwards) {
   } cases[] = {
       {"intact", [](const std::string&, const std::string&) {}, true, ""},
       {"torn", [](const std::string& dat, const std::string&) { fs::resize_file(dat, 2000000); }, true, ""},
-      {"tag", [](const std::string& dat, const std::string&) { Poke(dat, 69, "XXXX"); }, false, "length: E_UNEXPECTED"},
+      {"tag", [](const std::string& dat, const std::string&) { Poke(dat, 69, "XXXX"); }, false,
+       "stream record 0 at byte 69: bad tag (\"STRM\" expected) [E_UNEXPECTED 0x8000FFFF]"},
       {"streams", [](const std::string& dat, const std::string&) { Poke(dat, 44, "\xff"); }, false,
-       "start time: E_FAIL"},
+       "bad tag (\"STRM\" expected)"},
       {"index", [](const std::string&, const std::string& idx) { Poke(idx, 16 + 16 * 5 + 8, "\xff\xff\xff\x7f"); },
        false, "index entry 5: offset 2147483647 outside the data area"},
   };

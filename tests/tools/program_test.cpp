@@ -1,11 +1,20 @@
-// The program's exit-status convention, which every tools test relies on.
+// The program's conventions, which every tools test relies on: exit
+// statuses, --version, --home, predicates, interface languages and errors
+// in plain words.
 #include "tests/support/run_program.h"
+#include "tests/support/test_home.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <string>
+#include <thread>
+
+#include <signal.h>
+#include <filesystem>
+
+#include <chrono>
 #include <thread>
 
 namespace dravix::test {
@@ -44,6 +53,180 @@ TEST(Program, FilesHasAnswersWithItsExitStatus) {
   EXPECT_EQ(held.out, "1\n");
   EXPECT_EQ(WaitProgram(holder), 0);
   EXPECT_EQ(RunDravix({"files", "has", path}, o).status, 1);
+}
+
+TEST(Program, VersionNamesTheProgramAndTheLibrariesItWasBuiltWith) {
+  const ProgramResult r = RunDravix({"--version"});
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out.rfind("dravix 0.", 0), 0u) << r.out;
+  for (const char* library :
+       {"libavformat", "libavcodec", "libavutil", "libswscale", "pugixml", "unixODBC", "CLI11", "nlohmann_json"})
+    EXPECT_NE(r.out.find(std::string("\n  ") + library + " "), std::string::npos) << library << "\n" << r.out;
+  // Versions, not placeholders.
+  EXPECT_EQ(r.out.find("did not say"), std::string::npos) << r.out;
+}
+
+class Conventions : public TestHome {
+ protected:
+  void SetUp() override {
+    TestHome::SetUp();
+    odbc_ = MakeTempFolder("dravix-program-odbc-");
+    options_.env = {{"ODBCINI", odbc_ + "odbc.ini"}};
+  }
+  void TearDown() override {
+    RemoveTree(odbc_);
+    TestHome::TearDown();
+  }
+  ProgramResult Run(std::vector<std::string> args, const std::string& input = "") {
+    ProgramOptions o = options_;
+    o.input = input;
+    return RunDravix(args, o);
+  }
+
+  std::string odbc_;
+  ProgramOptions options_;
+};
+
+// A mistyped --home is wrong usage that names the folder, and creates
+// nothing: only --create, on the commands that set a folder up, makes it.
+TEST_F(Conventions, AMissingHomeIsWrongUsageAndNothingIsMade) {
+  const std::string missing = Path("no-such/home");
+  for (const std::vector<std::string>& args :
+       std::vector<std::vector<std::string>>{{"users", "list"},
+                                             {"config", "show"},
+                                             {"config", "set", "General/WebPort", "81"},
+                                             {"schedule", "show"},
+                                             {"disk"},
+                                             {"log", "write", "Live.log", "x"},
+                                             {"users", "add", "op", "--password-stdin"}}) {
+    SCOPED_TRACE(args.front() + " " + args.back());
+    std::vector<std::string> withHome = args;
+    withHome.insert(withHome.end(), {"--home", missing});
+    const ProgramResult r = Run(withHome, "pw\n");
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_NE(r.err.find(missing + ": no such folder"), std::string::npos) << r.err;
+    EXPECT_FALSE(std::filesystem::exists(Path("no-such"))) << "created by " << args[0];
+  }
+  WriteFile("plain-file", "x");
+  const ProgramResult file = Run({"disk", "--home", Path("plain-file")});
+  EXPECT_EQ(file.status, 2);
+  EXPECT_NE(file.err.find("not a folder"), std::string::npos) << file.err;
+  // A read-only command offers no --create.
+  EXPECT_EQ(Run({"users", "list", "--create", "--home", missing}).status, 2);
+  EXPECT_FALSE(std::filesystem::exists(Path("no-such")));
+  const ProgramResult made = Run({"config", "set", "General/WebPort", "81", "--create", "--home", missing});
+  EXPECT_EQ(made.status, 0) << made.err;
+  EXPECT_TRUE(std::filesystem::is_regular_file(missing + "/DVROPTION.XML"));
+}
+
+// Predicates answer with their exit status and on standard output; a
+// predicate that cannot answer prints nothing there and says why.
+TEST_F(Conventions, PredicatesAnswerInTheirExitStatus) {
+  ASSERT_EQ(Run({"users", "add", "op", "--password-stdin", "--home", home()}, "right\n").status, 0);
+  const struct {
+    std::vector<std::string> args;
+    std::string input;
+    int status;
+    std::string out;  // expected in standard output ("" = empty)
+  } cases[] = {
+      {{"users", "check", "op", "--password-stdin"}, "right\n", 0, "log-in accepted"},
+      {{"users", "check", "op", "--password-stdin"}, "wrong\n", 1, "log-in refused"},
+      {{"users", "check", "nobody", "--password-stdin"}, "right\n", 1, "log-in refused"},
+      {{"users", "check", "op", "--password-stdin", "--json"}, "wrong\n", 1, "\"accepted\": false"},
+      {{"files", "has", "/rec/none.zmf"}, "", 1, "0\n"},
+      {{"files", "has", "/rec/none.zmf", "--json"}, "", 1, "\"held\": false"},
+  };
+  for (const auto& c : cases) {
+    std::vector<std::string> args = c.args;
+    args.insert(args.end(), {"--home", home()});
+    SCOPED_TRACE(args[0] + " " + args[1] + " " + c.input);
+    const ProgramResult r = Run(args, c.input);
+    EXPECT_EQ(r.status, c.status) << r.err;
+    EXPECT_NE(r.out.find(c.out), std::string::npos) << r.out;
+  }
+  // Held while another process holds it.
+  const pid_t holder = StartDravix({"files", "add", "/rec/cam.zmf", "--hold", "30", "--home", home()}, options_);
+  ProgramResult held;
+  for (int i = 0; i < 200; ++i) {
+    held = Run({"files", "has", "D:\\other\\cam.zmf", "--home", home()});
+    if (held.status == 0) break;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ::kill(holder, SIGTERM);
+  WaitProgram(holder);
+  EXPECT_EQ(held.status, 0) << held.err;
+  EXPECT_EQ(held.out, "1\n");
+  // Accounts that cannot be read: no answer, the reason on stderr.
+  std::filesystem::remove(Path("User.zmi"));
+  std::filesystem::create_directory(Path("User.zmi"));
+  const ProgramResult cannot = Run({"users", "check", "op", "--password-stdin", "--home", home()}, "right\n");
+  EXPECT_EQ(cannot.status, 1);
+  EXPECT_EQ(cannot.out, "");
+  EXPECT_NE(cannot.err.find("User.zmi"), std::string::npos) << cannot.err;
+}
+
+// Privilege names in English and in the language of the interface texts,
+// case ignored, whatever table is current; a wrong one lists them all.
+TEST_F(Conventions, PrivilegeNamesInEnglishOrTheChosenLanguage) {
+  const struct {
+    std::string privilege;
+    std::vector<std::string> lang;  // extra arguments
+    int status;
+    std::string level;
+  } cases[] = {
+      {"Operator", {}, 0, "2"},                                             // English with CHT current
+      {"oPERATOR", {}, 0, "2"},                                             // case ignored
+      {"\xe6\x93\x8d\xe4\xbd\x9c\xe5\x93\xa1", {}, 0, "2"},                 // CHT
+      {"\xe6\x93\x8d\xe4\xbd\x9c\xe5\x91\x98", {}, 2, ""},                  // CHS, not current
+      {"\xe6\x93\x8d\xe4\xbd\x9c\xe5\x91\x98", {"--lang", "chs"}, 0, "2"},  // CHS chosen
+      {"guest", {"--lang", "CHS"}, 0, "3"},
+      {"boss", {}, 2, ""},
+  };
+  int n = 0;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.privilege);
+    const std::string name = "user" + std::to_string(n++);
+    std::vector<std::string> args = {"users", "add", name, "-p", c.privilege, "--password-stdin", "--home", home()};
+    args.insert(args.end(), c.lang.begin(), c.lang.end());
+    const ProgramResult r = Run(args, "pw\n");
+    EXPECT_EQ(r.status, c.status) << r.err;
+    if (c.status == 0) {
+      EXPECT_NE(r.out.find("(privilege " + c.level + ")"), std::string::npos) << r.out;
+    }
+  }
+  const ProgramResult wrong = Run({"users", "add", "x", "-p", "boss", "--password-stdin", "--home", home()}, "pw\n");
+  for (const char* name : {"Administrator", "Supervisor", "Operator", "Guest", "\xe8\xa8\xaa\xe5\xae\xa2"})
+    EXPECT_NE(wrong.err.find(name), std::string::npos) << name << "\n" << wrong.err;
+  // The listing follows --lang; an unknown code lists the known ones.
+  const ProgramResult eng = Run({"users", "list", "--lang", "ENG", "--home", home()});
+  EXPECT_NE(eng.out.find("Administrator"), std::string::npos) << eng.out;
+  const ProgramResult bad = Run({"users", "list", "--lang", "XX", "--home", home()});
+  EXPECT_EQ(bad.status, 2);
+  EXPECT_NE(bad.err.find("ENG, CHT, CHS, JPN"), std::string::npos) << bad.err;
+}
+
+// Errors say what is wrong in plain words, with the byte, and the result
+// code only after it.
+TEST_F(Conventions, ErrorsSayTheCauseInPlainWords) {
+  WriteFile("noise.dat", std::string(5000, 'x'));
+  WriteFile("empty.dat", "");
+  const struct {
+    std::string file;
+    std::string says;
+  } cases[] = {
+      {Path("missing.dat"), "no such file"},
+      {Path("noise.dat"), "not a recording: bad magic at byte 0 (\"ZMFF\" expected) [E_UNEXPECTED 0x8000FFFF]"},
+      {Path("empty.dat"), "not a recording: the header at byte 0 is cut off: the file ends at byte 0 [E_FAIL"},
+  };
+  for (const auto& c : cases) {
+    const ProgramResult probe = Run({"probe", c.file});
+    EXPECT_EQ(probe.status, 1);
+    EXPECT_NE(probe.out.find(c.says), std::string::npos) << probe.out;
+    const ProgramResult cut =
+        Run({"cut", c.file, Path("clip.dat"), "--from", "2008-03-15 12:00:00", "--to", "2008-03-15 12:00:05"});
+    EXPECT_EQ(cut.status, 1);
+    EXPECT_NE(cut.err.find(c.says), std::string::npos) << cut.err;
+  }
 }
 
 }  // namespace
