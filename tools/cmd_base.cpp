@@ -34,7 +34,7 @@ int Disk() {
 }
 
 void Register(CLI::App& app) {
-  AddJsonFlag(AddCommand(&app, "disk", "the program folder and the free space of its disk", Disk));
+  AddJsonFlag(AddCommand(&app, "disk", "The program folder and the free space of its disk", Disk));
 }
 
 const Registration reg{10, Register};

@@ -4,6 +4,7 @@
 #include "dravix/config/optionkeys.h"
 #include "dravix/config/xmldoc.h"
 #include "dravix/platform/nocase.h"
+#include "dravix/platform/secret_input.h"
 #include "tools/command.h"
 #include "tools/edit.h"
 #include "tools/table.h"
@@ -32,6 +33,7 @@ struct Options {
   std::string section;
   std::string path;
   std::string value;
+  bool yes = false;
 };
 
 Options& Opts() {
@@ -191,7 +193,25 @@ int Set() {
   return kExitOk;
 }
 
+// Whether the user wants the document replaced: --yes, else a "y" typed
+// on the terminal. Off a terminal nobody can answer, so --yes is needed.
+bool ConfirmReset() {
+  if (Opts().yes) return true;
+  if (!platform::StdinIsTerminal())
+    throw UsageError("config reset replaces " + DocumentFile() +
+                     " with the defaults; standard input is not a terminal to ask on, so give --yes");
+  std::cerr << "Replace " << DocumentFile() << " with the default settings (the old one is kept as " << DocumentFile()
+            << ".bad)? [y/N] " << std::flush;
+  std::string answer;
+  if (!std::getline(std::cin, answer)) return false;
+  return answer == "y" || answer == "Y" || EqualNoCase(answer, "yes");
+}
+
 int Reset() {
+  if (!ConfirmReset()) {
+    std::cerr << "dravix: not reset; " << DocumentFile() << " is as it was\n";
+    return kExitFailure;
+  }
   FileEdit edit(DocumentFile());
   const std::string& file = edit.file();
   std::string kept;
@@ -219,27 +239,36 @@ void RegisterConfig(CLI::App& app) {
 
   CLI::App* show = AddCommand(config, "show", "List the settings with their paths and values", Show);
   show->add_option("SECTION", Opts().section,
-                   "only this section or subtree (General, Camera, Camera/Camera3, Device, View, Map, User,\n"
+                   "Only this section or subtree (General, Camera, Camera/Camera3, Device, View, Map, User, "
                    "Audio, Player, POS)");
   AddJsonFlag(show);
   AddLangOption(show);
   show->footer(kPathHelp);
 
   CLI::App* get = AddCommand(config, "get", "Print the value of one setting", Get);
-  get->add_option("PATH", Opts().path, "the setting's path")->required();
+  get->add_option("PATH", Opts().path, "The setting's path")->required();
   AddJsonFlag(get);
   AddLangOption(get);
   get->footer(kPathHelp);
 
   CLI::App* set = AddCommand(config, "set", "Change one setting and save the document", Set);
-  set->add_option("PATH", Opts().path, "the setting's path")->required();
-  set->add_option("VALUE", Opts().value, "an integer, a switch (0 or 1), a number or a text")->required();
-  set->footer(kPathHelp);
+  set->add_option("PATH", Opts().path, "The setting's path")->required();
+  set->add_option("VALUE", Opts().value, "An integer, a switch (0 or 1), a number or a text")->required();
+  set->footer(std::string(kPathHelp) +
+              "Examples:\n"
+              "  dravix config set Camera/Camera3/DsRecord/FrameRate 15\n"
+              "  dravix config set General/SiteName 'North gate'\n"
+              "  dravix config set Camera/Camera0/DsAction/DsPagerComPort 2 --home /srv/recorder\n");
   AddJsonFlag(set);
   AddLangOption(set);
   AllowCreateHome(set);
 
   CLI::App* reset = AddCommand(config, "reset", "Replace the document with the default one", Reset);
+  reset->footer(
+      "The old document is kept as DVROPTION.XML.bad (the last three are kept). On a terminal the\n"
+      "command asks first; elsewhere (scripts, pipes) it needs --yes:\n"
+      "  dravix config reset --yes --home /srv/recorder\n");
+  reset->add_flag("-y,--yes", Opts().yes, "Replace without asking (needed when standard input is not a terminal)");
   AddJsonFlag(reset);
   AddLangOption(reset);
   AllowCreateHome(reset);

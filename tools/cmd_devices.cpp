@@ -225,25 +225,25 @@ int RunMigrate() {
 
 void Register(CLI::App& app) {
   CLI::App* migrate = AddCommand(&app, "migrate",
-                                 "migrate the legacy option files (DVROption.zmi, AudioOption.zmi, ...) of the "
+                                 "Migrate the legacy option files (DVROption.zmi, AudioOption.zmi, ...) of the "
                                  "program folder into DVROPTION.XML, reporting what was read and what kept defaults",
                                  RunMigrate);
   AddJsonFlag(migrate);
   AddLangOption(migrate);
 
   CLI::App* devices = AddCommand(&app, "devices",
-                                 "list the cameras, ports, capture chips and audio devices as the channel manager "
+                                 "List the cameras, ports, capture chips and audio devices as the channel manager "
                                  "sees them (V4L2 and ALSA devices over the simulated cards)",
                                  RunDevices);
   devices
       ->add_option("--program", ProgramOption(),
-                   "count as the program of this file name (\"live\" or a name containing \"live.exe\" is the "
+                   "Count as the program of this file name (\"live\" or a name containing \"live.exe\" is the "
                    "live program)")
       ->capture_default_str();
   AddJsonFlag(devices);
 
   CLI::App* cards = AddCommand(&app, "cards",
-                               "show the simulated capture cards of CardProfile.ini (layout, model, I/O lines, "
+                               "Show the simulated capture cards of CardProfile.ini (layout, model, I/O lines, "
                                "port mapping)",
                                RunCards);
   AddJsonFlag(cards);

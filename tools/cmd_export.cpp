@@ -88,14 +88,14 @@ int Export() {
 
 void Register(CLI::App& app) {
   CLI::App* e = AddCommand(
-      &app, "export", "export recordings to .mkv (stream copy, chapters, time captions) or .mp4 (H.264/AAC)", Export);
-  e->add_option("FILES", g.files, "source recordings of one camera, then the output (.mkv or .mp4)")
+      &app, "export", "Export recordings to .mkv (stream copy, chapters, time captions) or .mp4 (H.264/AAC)", Export);
+  e->add_option("FILES", g.files, "Source recordings of one camera, then the output (.mkv or .mp4)")
       ->required()
       ->expected(2, -1);
-  e->add_option("--from", g.from, "local time: YYYY-MM-DD hh:mm:ss");
-  e->add_option("--to", g.to, "local time: YYYY-MM-DD hh:mm:ss");
-  e->add_option("--text", g.texts, "a text stored as a tag (repeat --text for more)")->expected(1)->take_all();
-  e->add_option("--camera", g.camera, "camera name for the tags (default: the first source's file name)");
+  e->add_option("--from", g.from, "Local time: YYYY-MM-DD hh:mm:ss");
+  e->add_option("--to", g.to, "Local time: YYYY-MM-DD hh:mm:ss");
+  e->add_option("--text", g.texts, "A text stored as a tag (repeat --text for more)")->expected(1)->take_all();
+  e->add_option("--camera", g.camera, "Camera name for the tags (default: the first source's file name)");
 }
 
 const Registration reg{61, Register};

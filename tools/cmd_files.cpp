@@ -143,16 +143,16 @@ int Files() {
 void Register(CLI::App& app) {
   FilesOptions& o = Options();
   CLI::App* cmd = AddCommand(&app, "files",
-                             "the shared table of recording files held open (namespace $DRAVIX_IPC_NAMESPACE); "
+                             "The shared table of recording files held open (namespace $DRAVIX_IPC_NAMESPACE); "
                              "`files add|delete|has PATH` register, release or ask about one file "
                              "(`has` exits 0 when the file is held, 1 when not)",
                              Files);
-  cmd->add_option("ACTION", o.action, "add, delete or has; none: list the table");
-  cmd->add_option("PATH", o.path, "the file's path; its title (after the last '\\' or '/') is what is registered");
-  cmd->add_option("--hold", o.hold, "with add: keep holding the file for SECONDS, then release it")
+  cmd->add_option("ACTION", o.action, "Add, delete or has; none: list the table");
+  cmd->add_option("PATH", o.path, "The file's path; its title (after the last '\\' or '/') is what is registered");
+  cmd->add_option("--hold", o.hold, "With add: keep holding the file for SECONDS, then release it")
       ->type_name("SECONDS")
       ->check(CLI::NonNegativeNumber);
-  cmd->add_flag("--all", o.all, "list freed records too");
+  cmd->add_flag("--all", o.all, "List freed records too");
   AddJsonFlag(cmd);
   cmd->footer(
       "`files has PATH` is a predicate: it prints 1 and exits 0 when the file is held, prints 0 and exits 1\n"

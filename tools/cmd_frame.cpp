@@ -104,12 +104,12 @@ int Frame() {
 
 void Register(CLI::App& app) {
   CLI::App* f = AddCommand(&app, "frame",
-                           "write the picture a recording shows at a moment as a JPEG or PPM file (whole or not "
+                           "Write the picture a recording shows at a moment as a JPEG or PPM file (whole or not "
                            "at all)",
                            Frame);
-  f->add_option("SRC", g.src, "recording file")->required();
-  f->add_option("OUT", g.out, "picture file to write, ending in .jpg, .jpeg or .ppm (replaced)")->required();
-  f->add_option("--at", g.at, "local time: YYYY-MM-DD hh:mm:ss[.fff]")->required();
+  f->add_option("SRC", g.src, "Recording file")->required();
+  f->add_option("OUT", g.out, "Picture file to write, ending in .jpg, .jpeg or .ppm (replaced)")->required();
+  f->add_option("--at", g.at, "Local time: YYYY-MM-DD hh:mm:ss[.fff]")->required();
   f->add_option("--quality", g.quality, "JPEG quality 1-100 when the picture must be encoded")
       ->check(CLI::Range(1, 100))
       ->capture_default_str();

@@ -11,6 +11,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <filesystem>
 #include <iostream>
@@ -24,6 +26,7 @@ struct LangOptions {
   std::string arg;    // an id, "install" or nothing
   std::string table;  // --table
   std::string from;   // --from (install)
+  std::string grep;   // --grep (ids)
   bool player = false;
 };
 
@@ -114,20 +117,62 @@ int Status() {
   return kExitOk;
 }
 
-int Lookup(UINT id) {
+// Opens the database a lookup reads and selects its table; returns the
+// database's file.
+std::string OpenTable(config::LangTable* db, std::string* tableName) {
   const std::string folder = GetModulePath();
   const auto [host, table] = ChooseTable(folder);
   if (platform::ProbeDatabaseFile(folder + config::LangDatabaseFile(host)) == platform::DatabaseFileKind::kMissing)
     throw Failure(MissingDatabaseMessage(folder, host));
-  config::LangTable db;
   std::string error;
-  if (!db.Open(host, folder, &error)) throw Failure("cannot open the language database: " + error);
-  db.Select(table);
+  if (!db->Open(host, folder, &error)) throw Failure("cannot open the language database: " + error);
+  db->Select(table);
+  *tableName = table;
+  return folder + config::LangDatabaseFile(host);
+}
+
+int Ids() {
+  config::LangTable db;
+  std::string table;
+  OpenTable(&db, &table);
+  std::vector<std::pair<UINT, const config::LangRow*>> rows;
+  std::string error;
+  if (!db.Rows(&rows, &error)) throw Failure(error);
+  const std::string& grep = Options().grep;
+  auto matches = [&grep](UINT id, const std::string& text) {
+    if (grep.empty() || std::to_string(id).find(grep) != std::string::npos) return true;
+    return std::search(text.begin(), text.end(), grep.begin(), grep.end(), [](char a, char b) {
+             return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+           }) != text.end();
+  };
+  nlohmann::json out = nlohmann::json::array();
+  Table t({"id", "text"});
+  for (const auto& [id, row] : rows) {
+    if (!matches(id, row->text)) continue;
+    if (Globals().json)
+      out.push_back({{"id", id}, {"text", row->text}});
+    else
+      t.Add({std::to_string(id), row->text});
+  }
+  if (Globals().json) {
+    std::cout << out.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
+  } else if (t.empty()) {
+    std::cerr << "dravix: no text of table " << table << (grep.empty() ? "" : " matches \"" + grep + "\"") << '\n';
+  } else {
+    t.Print(std::cout);
+  }
+  return kExitOk;
+}
+
+int Lookup(UINT id) {
+  config::LangTable db;
+  std::string table;
+  const std::string file = OpenTable(&db, &table);
+  std::string error;
   const config::LangRow* row = db.Find(id, &error);
   if (row == nullptr) {
     if (!error.empty()) throw Failure(error);
-    throw Failure("id " + std::to_string(id) + " is not in table " + table + " of " + folder +
-                  config::LangDatabaseFile(host));
+    throw Failure("id " + std::to_string(id) + " is not in table " + table + " of " + file);
   }
   if (Globals().json) {
     std::cout << nlohmann::json{{"id", id}, {"table", table}, {"text", row->text}}.dump(2) << '\n';
@@ -141,28 +186,34 @@ int Lang() {
   const LangOptions& o = Options();
   if (o.arg == "install") return Install();
   if (!o.from.empty()) throw UsageError("--from belongs to `dravix lang install`");
+  if (o.arg == "ids") return Ids();
+  if (!o.grep.empty()) throw UsageError("--grep belongs to `dravix lang ids`");
   if (o.arg.empty()) return Status();
   UINT id = 0;
   const auto [end, ec] = std::from_chars(o.arg.data(), o.arg.data() + o.arg.size(), id);
   if (ec != std::errc() || end != o.arg.data() + o.arg.size())
-    throw UsageError("\"" + o.arg + "\" is neither a string id nor `install`");
+    throw UsageError("\"" + o.arg + "\" is not a string id, `ids` or `install`");
   return Lookup(id);
 }
 
 void Register(CLI::App& app) {
   LangOptions& o = Options();
-  CLI::App* cmd = AddCommand(&app, "lang",
-                             "interface texts by id from the program folder's language database "
-                             "(registers the DVRLang ODBC data source in $ODBCINI, else ~/.odbc.ini); "
-                             "`lang install` copies the built databases into the program folder",
-                             Lang);
-  cmd->add_option("ID", o.arg, "string id to look up, or `install`; none: show the database and table");
-  cmd->add_option("--table", o.table, "table to read (default: the choice in LiveVar.ini, else LIVE_CHT/PLAY_CHT)")
+  CLI::App* cmd =
+      AddCommand(&app, "lang",
+                 "Interface texts by id from the program folder's language database "
+                 "(registers the DVRLang ODBC data source in $ODBCINI, else ~/.odbc.ini); "
+                 "`lang ids` lists the ids and texts of a table; `lang install` copies the built databases into the "
+                 "program folder",
+                 Lang);
+  cmd->add_option("ID", o.arg,
+                  "String id to look up, `ids` to list them, or `install`; none: show the database and table");
+  cmd->add_option("--table", o.table, "Table to read (default: the choice in LiveVar.ini, else LIVE_CHT/PLAY_CHT)")
       ->type_name("TABLE");
-  cmd->add_flag("--player", o.player, "use the player's database PlayerMultiLang.mdb");
+  cmd->add_flag("--player", o.player, "Use the player's database PlayerMultiLang.mdb");
+  cmd->add_option("--from", o.from, "With install: folder holding the built databases")->type_name("DIR");
+  cmd->add_option("--grep", o.grep, "With ids: only the ids and texts that hold this (case ignored)");
   AddLangOption(cmd);
   AllowCreateHome(cmd);  // for `lang install` into a new program folder
-  cmd->add_option("--from", o.from, "with install: folder holding the built databases")->type_name("DIR");
   AddJsonFlag(cmd);
 }
 

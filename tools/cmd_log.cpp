@@ -1,6 +1,7 @@
 // `dravix log write NAME TEXT` appends one line to a log the way the
 // recorder does; `dravix log tail NAME` prints the end of a log.
 #include "tools/command.h"
+#include "tools/terminal_text.h"
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/switches.h"
@@ -66,22 +67,25 @@ int Tail() {
     std::cout << j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
     return kExitOk;
   }
-  for (size_t i = from; i < lines.size(); ++i) std::cout << lines[i] << "\n";
+  // On a terminal a line cannot move the cursor or set colours; a pipe
+  // gets the bytes as they are in the file.
+  const bool terminal = StdoutIsTerminal();
+  for (size_t i = from; i < lines.size(); ++i) std::cout << (terminal ? EscapeForTerminal(lines[i]) : lines[i]) << "\n";
   return kExitOk;
 }
 
 void Register(CLI::App& app) {
-  CLI::App* log = AddCommand(&app, "log", "append to and read the recorder's text logs");
+  CLI::App* log = AddCommand(&app, "log", "Append to and read the recorder's text logs");
   CLI::App* write =
-      AddCommand(log, "write", "append TEXT and \"\\r\\n\" to the log file NAME (the general log)", Write);
-  write->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
-  write->add_option("TEXT", Options().text, "the text of the line")->required();
-  write->add_flag("--raw", Options().raw, "append TEXT as given, without a line end");
+      AddCommand(log, "write", "Append TEXT and \"\\r\\n\" to the log file NAME (the general log)", Write);
+  write->add_option("NAME", Options().name, "Log file name, e.g. Live.log")->required();
+  write->add_option("TEXT", Options().text, "The text of the line")->required();
+  write->add_flag("--raw", Options().raw, "Append TEXT as given, without a line end");
   AllowCreateHome(write);
-  CLI::App* tail = AddCommand(log, "tail", "print the last lines of the log file NAME", Tail);
-  tail->add_option("NAME", Options().name, "log file name, e.g. Live.log")->required();
-  tail->add_option("-n,--lines", Options().lines, "how many lines (default 10)");
-  tail->add_flag("--old", Options().old, "read the rotated generation (\"OLD\" + NAME)");
+  CLI::App* tail = AddCommand(log, "tail", "Print the last lines of the log file NAME", Tail);
+  tail->add_option("NAME", Options().name, "Log file name, e.g. Live.log")->required();
+  tail->add_option("-n,--lines", Options().lines, "How many lines (default 10)");
+  tail->add_flag("--old", Options().old, "Read the rotated generation (\"OLD\" + NAME)");
   AddJsonFlag(tail);
 }
 

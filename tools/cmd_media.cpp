@@ -446,26 +446,32 @@ int Cut() {
 }
 
 void Register(CLI::App& app) {
-  const char* kForm = "local time: YYYY-MM-DD hh:mm:ss";
+  const char* kForm = "Local time: YYYY-MM-DD hh:mm:ss";
 
   CLI::App* probe =
-      AddCommand(&app, "probe", "start, end, length, codec, picture size and counts of recordings", Probe);
-  probe->add_option("FILE", g.files, "recording files")->required();
+      AddCommand(&app, "probe", "Start, end, length, codec, picture size and counts of recordings", Probe);
+  probe->add_option("FILE", g.files, "Recording files")->required();
   AddJsonFlag(probe);
 
   CLI::App* check = AddCommand(
-      &app, "check", "check recordings and repair a damaged tail and index in place (files must be closed)", Check);
-  check->add_option("FILE", g.files, "recording files")->required();
-  check->add_flag("--dry-run", g.dryRun, "say what would be repaired and change nothing");
+      &app, "check", "Check recordings and repair a damaged tail and index in place (files must be closed)", Check);
+  check->add_option("FILE", g.files, "Recording files")->required();
+  check->add_flag("--dry-run", g.dryRun, "Say what would be repaired and change nothing");
   AddJsonFlag(check);
 
   CLI::App* cut =
-      AddCommand(&app, "cut", "cut the records between two moments into a new recording (Ctrl-C stops)", Cut);
-  cut->add_option("SRC", g.src, "source recording")->required();
-  cut->add_option("DST", g.dst, "new recording (replaced, with its index, only when the cut is whole)")->required();
+      AddCommand(&app, "cut", "Cut the records between two moments into a new recording (Ctrl-C stops)", Cut);
+  cut->add_option("SRC", g.src, "Source recording")->required();
+  cut->add_option("DST", g.dst, "New recording (replaced, with its index, only when the cut is whole)")->required();
   cut->add_option("--from", g.from, kForm)->required();
   cut->add_option("--to", g.to, kForm)->required();
-  cut->add_option("--text", g.texts, "a text stored in the new file's header (repeatable)");
+  cut->add_option("--text", g.texts, "A text stored in the new file's header (repeatable)");
+  cut->footer(
+      "Examples:\n"
+      "  dravix cut cam01.dat clip.dat --from '2008-03-15 12:00:10' --to '2008-03-15 12:00:40'\n"
+      "  dravix cut cam01.dat /mnt/usb/door.dat --from '2008-03-15 12:00:00' --to '2008-03-15 12:05:00' \\\n"
+      "      --text 'Back door' --text 'case 1742'\n"
+      "The clip and its index appear together, or not at all; `dravix probe clip.dat` shows its span.");
 }
 
 const Registration reg{60, Register};

@@ -158,19 +158,19 @@ int Send() {
 void Register(CLI::App& app) {
   PtzOptions& o = Options();
   CLI::App* ptz = AddCommand(&app, "ptz", "PTZ camera models from PTZ.ini and commands over serial ports");
-  CLI::App* models = AddCommand(ptz, "models", "the models of PTZ.ini with their line settings", Models);
-  models->add_option("--dir", o.dir, "folder holding PTZ.ini (default: the current directory)")->type_name("DIR");
+  CLI::App* models = AddCommand(ptz, "models", "The models of PTZ.ini with their line settings", Models);
+  models->add_option("--dir", o.dir, "Folder holding PTZ.ini (default: the current directory)")->type_name("DIR");
   AddJsonFlag(models);
   CLI::App* send = AddCommand(ptz, "send",
-                              "send command CODE of model MODEL over COM<PORT> ($DRAVIX_COM<PORT>, else "
+                              "Send command CODE of model MODEL over COM<PORT> ($DRAVIX_COM<PORT>, else "
                               "/dev/ttyS<PORT-1>): 1..10 move, 1001..1010 stop, 128..255 set preset, "
                               "256..383 go to preset",
                               Send);
-  send->add_option("MODEL", o.model, "model number ([PTZ<MODEL>] in PTZ.ini)")->required();
-  send->add_option("PORT", o.port, "serial port number")->required();
-  send->add_option("CODE", o.code, "command code")->required();
-  send->add_option("--hold", o.hold, "hold time in milliseconds (default 500)")->type_name("MS");
-  send->add_option("--dir", o.dir, "folder holding PTZ.ini (default: the current directory)")->type_name("DIR");
+  send->add_option("MODEL", o.model, "Model number ([PTZ<MODEL>] in PTZ.ini)")->required();
+  send->add_option("PORT", o.port, "Serial port number")->required();
+  send->add_option("CODE", o.code, "Command code")->required();
+  send->add_option("--hold", o.hold, "Hold time in milliseconds (default 500)")->type_name("MS");
+  send->add_option("--dir", o.dir, "Folder holding PTZ.ini (default: the current directory)")->type_name("DIR");
 }
 
 const Registration reg{75, Register};

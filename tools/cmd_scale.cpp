@@ -158,13 +158,13 @@ int RunScale(const ScaleArgs& a) {
 void RegisterScale(CLI::App& app) {
   static ScaleArgs args;
   CLI::App* cmd =
-      AddCommand(&app, "scale", "scale a PPM picture (bilinear) or reduce a raw Y/UV plane (nearest sample)",
+      AddCommand(&app, "scale", "Scale a PPM picture (bilinear) or reduce a raw Y/UV plane (nearest sample)",
                  [] { return RunScale(args); });
-  cmd->add_option("IN", args.in, "input: a P6 PPM picture, or a raw plane with --in-size")->required();
-  cmd->add_option("OUT", args.out, "output, in the input's format")->required();
-  cmd->add_option("--size", args.size, "destination picture size")->type_name("WxH")->required();
+  cmd->add_option("IN", args.in, "Input: a P6 PPM picture, or a raw plane with --in-size")->required();
+  cmd->add_option("OUT", args.out, "Output, in the input's format")->required();
+  cmd->add_option("--size", args.size, "Destination picture size")->type_name("WxH")->required();
   cmd->add_option("--in-size", args.inSize, "IN is a raw 8-bit plane of a picture of this size")->type_name("WxH");
-  cmd->add_option("--plane", args.plane, "raw plane kind: y (luminance, default) or uv (4:2:0 chrominance)")
+  cmd->add_option("--plane", args.plane, "Raw plane kind: y (luminance, default) or uv (4:2:0 chrominance)")
       ->type_name("y|uv");
 }
 

@@ -440,45 +440,51 @@ int AddTask() {
 
 void Register(CLI::App& app) {
   Options& o = Opts();
-  CLI::App* sched = AddCommand(&app, "schedule", "the recording schedule (\"Schedule.zmi\")");
+  CLI::App* sched = AddCommand(&app, "schedule", "The recording schedule (\"Schedule.zmi\")");
   sched->require_subcommand(1);
 
-  CLI::App* show = AddCommand(sched, "show", "all cameras, or one camera's week, month and day", Show);
-  o.showCamera = show->add_option("CAMERA", o.camera, "camera 0 to 15 (every camera when left out)");
+  CLI::App* show = AddCommand(sched, "show", "All cameras, or one camera's week, month and day", Show);
+  o.showCamera = show->add_option("CAMERA", o.camera, "Camera 0 to 15 (every camera when left out)");
   AddJsonFlag(show);
 
   CLI::App* post = AddCommand(sched, "post",
-                              "post the camera's remaining windows of today as the recorder does, and show the "
+                              "Post the camera's remaining windows of today as the recorder does, and show the "
                               "time events and the live-log lines (appended to the live log)",
                               Post);
-  post->add_option("CAMERA", o.camera, "camera 0 to 15")->required();
-  post->add_option("--at", o.at, "pretend the clock reads this local time (YYYY-MM-DD hh:mm:ss)");
-  post->add_option("--log", o.log, "the live log's file name in the program folder (default Live.log)");
+  post->add_option("CAMERA", o.camera, "Camera 0 to 15")->required();
+  post->add_option("--at", o.at, "Pretend the clock reads this local time (YYYY-MM-DD hh:mm:ss)");
+  post->add_option("--log", o.log, "The live log's file name in the program folder (default Live.log)");
   AddJsonFlag(post);
 
-  CLI::App* enable = AddCommand(sched, "enable", "enable a camera's schedule and save", Enable);
-  enable->add_option("CAMERA", o.camera, "camera 0 to 15")->required();
+  CLI::App* enable = AddCommand(sched, "enable", "Enable a camera's schedule and save", Enable);
+  enable->add_option("CAMERA", o.camera, "Camera 0 to 15")->required();
   enable->add_option("--mode", o.mode, "0 every day alike, 1 by day of the week, 2 by calendar date");
   AllowCreateHome(enable);
-  CLI::App* disable = AddCommand(sched, "disable", "disable a camera's schedule and save", Disable);
-  disable->add_option("CAMERA", o.camera, "camera 0 to 15")->required();
+  CLI::App* disable = AddCommand(sched, "disable", "Disable a camera's schedule and save", Disable);
+  disable->add_option("CAMERA", o.camera, "Camera 0 to 15")->required();
 
-  CLI::App* add = AddCommand(sched, "add-task", "append a daily window to a task list and save", AddTask);
-  add->add_option("CAMERA", o.camera, "camera 0 to 15")->required();
-  add->add_option("START", o.start, "start, hh:mm[:ss]")->required();
-  add->add_option("END", o.end, "end, hh:mm[:ss] (earlier than START: over midnight)")->required();
+  CLI::App* add = AddCommand(sched, "add-task", "Append a daily window to a task list and save", AddTask);
+  add->add_option("CAMERA", o.camera, "Camera 0 to 15")->required();
+  add->add_option("START", o.start, "Start, hh:mm[:ss]")->required();
+  add->add_option("END", o.end, "End, hh:mm[:ss] (earlier than START: over midnight)")->required();
   add->add_option("--list", o.list,
-                  "task list: 7 + CAMERA (default) for every day, 1/2/3 work/off/special week day, "
+                  "Task list: 7 + CAMERA (default) for every day, 1/2/3 work/off/special week day, "
                   "4/5/6 work/off/special date");
-  add->add_option("--connect", o.connect, "connect flag (default 1)");
-  add->add_option("--record", o.record, "record flag (default 1)");
-  add->add_option("--record-mode", o.recordMode, "record mode handed to the recorder (default 0)");
-  add->add_flag("--motion", o.visual, "motion detection in the window");
-  add->add_flag("--sensor", o.sensor, "sensor events in the window");
-  add->add_flag("--manual", o.manual, "manual events in the window");
-  add->add_flag("--external", o.external, "output to the external device");
+  add->add_option("--connect", o.connect, "Connect flag (default 1)");
+  add->add_option("--record", o.record, "Record flag (default 1)");
+  add->add_option("--record-mode", o.recordMode, "Record mode handed to the recorder (default 0)");
+  add->add_flag("--motion", o.visual, "Motion detection in the window");
+  add->add_flag("--sensor", o.sensor, "Sensor events in the window");
+  add->add_flag("--manual", o.manual, "Manual events in the window");
+  add->add_flag("--external", o.external, "Output to the external device");
   add->add_flag("--ptz-loop", o.ptzLoop, "PTZ preset loop");
   AllowCreateHome(add);
+  add->footer(
+      "Examples:\n"
+      "  dravix schedule add-task 0 08:00 12:00                      # camera 0 records 8 to 12 every day\n"
+      "  dravix schedule add-task 0 22:00 06:00 --record 0 --motion  # over midnight, motion only\n"
+      "  dravix schedule add-task 3 09:00 17:30 --list 1             # the work-day list of the week\n"
+      "`dravix schedule enable CAMERA` turns the camera's schedule on; `schedule show CAMERA` lists it.");
 }
 
 const Registration reg{55, Register};

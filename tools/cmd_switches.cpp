@@ -71,7 +71,7 @@ int Run() {
 
 void Register(CLI::App& app) {
   CLI::App* cmd = AddCommand(&app, "switches",
-                             "list the feature switches of Live.ini, OEM.ini and LiveTag.ini with their values", Run);
+                             "List the feature switches of Live.ini, OEM.ini and LiveTag.ini with their values", Run);
   AddJsonFlag(cmd);
 }
 

@@ -145,27 +145,27 @@ int WriteTest() {
 
 void Register(CLI::App& app) {
   CLI::App* w = AddCommand(&app, "write-test-recording",
-                           "write a recording of a moving test pattern (frame number and time drawn in) and its "
+                           "Write a recording of a moving test pattern (frame number and time drawn in) and its "
                            "index; whole or not at all",
                            WriteTest);
-  w->add_option("OUT", g.out, "recording file to write (replaced; its .idx beside it)")->required();
-  w->add_option("--seconds", g.seconds, "length, 1 or more")->capture_default_str();
-  w->add_option("--start", g.start, "local time of the first picture: YYYY-MM-DD hh:mm:ss (default: now)");
-  w->add_option("--codec", g.codec, "h263 or mjpeg")->capture_default_str();
-  w->add_option("--size", g.size, "picture size WxH: " + SizeList() + "; or a size code 0-6")->capture_default_str();
-  w->add_option("--fps", g.fps, "frames per second (a key picture each second)")
+  w->add_option("OUT", g.out, "Recording file to write (replaced; its .idx beside it)")->required();
+  w->add_option("--seconds", g.seconds, "Length, 1 or more")->capture_default_str();
+  w->add_option("--start", g.start, "Local time of the first picture: YYYY-MM-DD hh:mm:ss (default: now)");
+  w->add_option("--codec", g.codec, "Video codec: h263 or mjpeg")->capture_default_str();
+  w->add_option("--size", g.size, "Picture size WxH: " + SizeList() + "; or a size code 0-6")->capture_default_str();
+  w->add_option("--fps", g.fps, "Frames per second, 1-100 (a key picture each second)")
       ->check(CLI::Range(1, 100))
       ->capture_default_str();
-  w->add_option("--mjpeg-quality", g.mjpegQuality, "the camera's MJPEGQuality, 1-100")
+  w->add_option("--mjpeg-quality", g.mjpegQuality, "The camera's MJPEGQuality, 1-100")
       ->check(CLI::Range(1, 100))
       ->capture_default_str();
-  w->add_option("--zmedia-quality", g.zmediaQuality, "the camera's ZMediaQuality, 0-4 (H.263 bit rate)")
+  w->add_option("--zmedia-quality", g.zmediaQuality, "The camera's ZMediaQuality, 0-4 (H.263 bit rate)")
       ->check(CLI::Range(0, 4))
       ->capture_default_str();
-  w->add_flag("--audio", g.audio, "add a 440 Hz tone as 8 kHz 16-bit PCM");
-  w->add_flag("--no-audio", g.noAudio, "video only (the default)");
-  w->add_flag("--noise", g.noise, "noise payloads behind the right picture starts instead of real video (fast)");
-  w->add_option("--frame-bytes", g.meanFrameBytes, "with --noise: mean frame size (default 6000)");
+  w->add_flag("--audio", g.audio, "Add a 440 Hz tone as 8 kHz 16-bit PCM");
+  w->add_flag("--no-audio", g.noAudio, "Video only (the default)");
+  w->add_flag("--noise", g.noise, "Noise payloads behind the right picture starts instead of real video (fast)");
+  w->add_option("--frame-bytes", g.meanFrameBytes, "With --noise: mean frame size (default 6000)");
 }
 
 const Registration reg{61, Register};

@@ -101,38 +101,38 @@ int Intersect() {
 }
 
 void Register(CLI::App& app) {
-  CLI::App* time = AddCommand(&app, "time", "the recorder's time values: ZM time, differences, daily windows");
-  const char* kForm = "local time: YYYY-MM-DD hh:mm:ss[.fff] (a T may stand for the blank)";
+  CLI::App* time = AddCommand(&app, "time", "The recorder's time values: ZM time, differences, daily windows");
+  const char* kForm = "Local time: YYYY-MM-DD hh:mm:ss[.fff] (a T may stand for the blank)";
 
-  AddJsonFlag(AddCommand(time, "now", "the current local time and its ZM time", Now));
+  AddJsonFlag(AddCommand(time, "now", "The current local time and its ZM time", Now));
 
-  CLI::App* zm = AddCommand(time, "zm", "pack a time into a ZM time (milliseconds dropped), or unpack a ZM time", Zm);
+  CLI::App* zm = AddCommand(time, "zm", "Pack a time into a ZM time (milliseconds dropped), or unpack a ZM time", Zm);
   zm->add_option("TIME", g.a, std::string(kForm) + ", or a ZM time of digits")->required();
   AddJsonFlag(zm);
 
-  CLI::App* diff = AddCommand(time, "diff", "seconds between two times: MinusTime (B - A) and MilusTime (A - B)", Diff);
+  CLI::App* diff = AddCommand(time, "diff", "Seconds between two times: MinusTime (B - A) and MilusTime (A - B)", Diff);
   diff->add_option("A", g.a, kForm)->required();
   diff->add_option("B", g.b, kForm)->required();
   AddJsonFlag(diff);
 
-  CLI::App* add = AddCommand(time, "add", "a time plus a number of seconds (negative to subtract)", Add);
+  CLI::App* add = AddCommand(time, "add", "A time plus a number of seconds (negative to subtract)", Add);
   add->add_option("TIME", g.a, kForm)->required();
-  add->add_option("SECONDS", g.seconds, "signed 32-bit seconds")->required();
+  add->add_option("SECONDS", g.seconds, "Signed 32-bit seconds")->required();
   AddJsonFlag(add);
 
-  CLI::App* days = AddCommand(time, "days", "days in a month (other month numbers are returned unchanged)", Days);
-  days->add_option("MONTH", g.month)->required();
-  days->add_option("YEAR", g.year)->required();
+  CLI::App* days = AddCommand(time, "days", "Days in a month (other month numbers are returned unchanged)", Days);
+  days->add_option("MONTH", g.month, "Month, 1 to 12")->required();
+  days->add_option("YEAR", g.year, "Year, e.g. 2008 (February has 29 days in leap years)")->required();
   AddJsonFlag(days);
 
   CLI::App* window =
-      AddCommand(time, "window", "whether a time of day lies in a daily window that may run over midnight", Window);
+      AddCommand(time, "window", "Whether a time of day lies in a daily window that may run over midnight", Window);
   window->add_option("START", g.a, kForm)->required();
   window->add_option("TIME", g.b, kForm)->required();
   window->add_option("END", g.c, kForm)->required();
   AddJsonFlag(window);
 
-  CLI::App* inter = AddCommand(time, "intersect", "the overlap of two periods", Intersect);
+  CLI::App* inter = AddCommand(time, "intersect", "The overlap of two periods", Intersect);
   inter->add_option("A_START", g.a, kForm)->required();
   inter->add_option("A_END", g.b, kForm)->required();
   inter->add_option("B_START", g.c, kForm)->required();

@@ -275,39 +275,44 @@ int Check() {
 
 void Register(CLI::App& app) {
   Options& o = Opts();
-  CLI::App* users = AddCommand(&app, "users", "operator accounts (\"User.zmi\") and the log-in check");
+  CLI::App* users = AddCommand(&app, "users", "Operator accounts (\"User.zmi\") and the log-in check");
   users->require_subcommand(1);
-  CLI::App* list = AddCommand(users, "list", "list the accounts", List);
+  CLI::App* list = AddCommand(users, "list", "List the accounts", List);
   AddJsonFlag(list);
   AddLangOption(list);
 
-  CLI::App* add = AddCommand(users, "add", "add an account; the password is asked for", Add);
-  add->add_option("NAME", o.name, "user name")->required();
+  CLI::App* add = AddCommand(users, "add", "Add an account; the password is asked for", Add);
+  add->add_option("NAME", o.name, "User name")->required();
   add->add_option("-p,--privilege", o.privilege, "0 (highest) to 3, or a level's name (default 3)");
-  add->add_option("-d,--description", o.description, "description");
-  add->add_flag("--password-stdin", o.passwordStdin, "read the password from standard input (one line)");
+  add->add_option("-d,--description", o.description, "Description");
+  add->add_flag("--password-stdin", o.passwordStdin, "Read the password from standard input (one line)");
   AddLangOption(add);
   AllowCreateHome(add);
+  add->footer(
+      "Examples:\n"
+      "  dravix users add guard1 -p 2 -d 'Night shift'      # asks for the password twice\n"
+      "  printf '%s\\n' \"$PW\" | dravix users add ops -p 1 --password-stdin\n"
+      "Levels: 0 (highest, may manage the others) to 3; `dravix users list` shows their names.");
 
-  CLI::App* modify = AddCommand(users, "modify", "change an account's privilege, description or password", Modify);
-  modify->add_option("NAME", o.name, "user name (any letter case)")->required();
+  CLI::App* modify = AddCommand(users, "modify", "Change an account's privilege, description or password", Modify);
+  modify->add_option("NAME", o.name, "User name (any letter case)")->required();
   modify->add_option("-p,--privilege", o.privilege, "0 (highest) to 3, or a level's name");
-  modify->add_option("-d,--description", o.description, "description")->each([&o](const std::string&) {
+  modify->add_option("-d,--description", o.description, "Description")->each([&o](const std::string&) {
     o.descriptionSet = true;
   });
-  modify->add_flag("--password", o.newPassword, "set a new password (asked for)");
-  modify->add_flag("--password-stdin", o.passwordStdin, "set a new password read from standard input");
-  modify->add_flag("--force", o.force, "allow leaving no account of privilege 0");
+  modify->add_flag("--password", o.newPassword, "Set a new password (asked for)");
+  modify->add_flag("--password-stdin", o.passwordStdin, "Set a new password read from standard input");
+  modify->add_flag("--force", o.force, "Allow leaving no account of privilege 0");
   AddLangOption(modify);
 
-  CLI::App* del = AddCommand(users, "delete", "delete an account (never the default one)", Delete);
-  del->add_option("NAME", o.name, "user name (any letter case)")->required();
-  del->add_flag("--force", o.force, "allow leaving no account of privilege 0");
+  CLI::App* del = AddCommand(users, "delete", "Delete an account (never the default one)", Delete);
+  del->add_option("NAME", o.name, "User name (any letter case)")->required();
+  del->add_flag("--force", o.force, "Allow leaving no account of privilege 0");
   AddLangOption(del);
 
-  CLI::App* check = AddCommand(users, "check", "check a log-in; prints the privilege level", Check);
-  check->add_option("NAME", o.name, "user name (exact letter case)")->required();
-  check->add_flag("--password-stdin", o.passwordStdin, "read the password from standard input (one line)");
+  CLI::App* check = AddCommand(users, "check", "Check a log-in; prints the privilege level", Check);
+  check->add_option("NAME", o.name, "User name (exact letter case)")->required();
+  check->add_flag("--password-stdin", o.passwordStdin, "Read the password from standard input (one line)");
   AddJsonFlag(check);
   AddLangOption(check);
   check->footer(

@@ -1,4 +1,6 @@
 #include "tools/command.h"
+#include "tools/command_docs.h"
+#include "tools/help.h"
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/lang_table.h"
@@ -89,7 +91,9 @@ Registration::Registration(int order, void (*add)(CLI::App&)) { Areas().emplace_
 CLI::App* AddCommand(CLI::App* parent, const std::string& name, const std::string& description,
                      std::function<int()> run) {
   CLI::App* cmd = parent->add_subcommand(name, description);
-  cmd->add_option("--home", Globals().home, "program folder (default: $DRAVIX_HOME, else the executable's folder)")
+  cmd->footer("");  // a footer belongs to the command that sets it, never to its subcommands
+  cmd->group("Commands");
+  cmd->add_option("--home", Globals().home, "Program folder (default: $DRAVIX_HOME, else the executable's folder)")
       ->type_name("DIR");
   if (run) {
     cmd->callback([cmd, run = std::move(run)] {
@@ -103,7 +107,7 @@ CLI::App* AddCommand(CLI::App* parent, const std::string& name, const std::strin
   return cmd;
 }
 
-void AddJsonFlag(CLI::App* cmd) { cmd->add_flag("--json", Globals().json, "print JSON instead of a table"); }
+void AddJsonFlag(CLI::App* cmd) { cmd->add_flag("--json", Globals().json, "Print JSON instead of a table"); }
 
 void AllowCreateHome(CLI::App* cmd) {
   cmd->add_flag("--create", Globals().createHome, "Make the --home folder when it does not exist");
@@ -133,17 +137,19 @@ int Main(int argc, char** argv) {
   // the program (a build tree) or installed with it (prefix/share/dravix).
   const std::string exe = platform::ExecutableFolder();
   config::SetLangDatabaseFallbacks({exe + "lang/", exe + "../share/dravix/"});
-  CLI::App app{"dravix: the multi-camera recorder's shared library, from the shell"};
+  CLI::App app{"The multi-camera recorder's shared library, from the shell"};
   app.name("dravix");
+  SetUpHelp(app);
   app.require_subcommand(1);
-  app.add_option("--home", Globals().home, "program folder")->type_name("DIR");
+  app.footer(
+      "Run `dravix COMMAND --help` for a command's arguments and examples, `man dravix` for all of them.\n"
+      "Exit status: 0 done, 1 failed (the reason is on standard error), 2 wrong usage.");
+  app.add_option("--home", Globals().home, "Program folder")->type_name("DIR");
   app.set_version_flag("--version", VersionText, "Print the version and the libraries it was built with");
-  // Parse errors say who speaks, as every other error of the program does.
-  app.failure_message([](const CLI::App*, const CLI::Error& e) {
-    return "dravix: " + std::string(e.what()) + "\nRun with --help for more information.\n";
-  });
   std::stable_sort(Areas().begin(), Areas().end(), [](const auto& a, const auto& b) { return a.first < b.first; });
   for (auto& [order, add] : Areas()) add(app);
+  if (const int status = WriteRequestedDocument(app, std::vector<std::string>(argv + 1, argv + argc)); status >= 0)
+    return status;
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp& e) {

@@ -1,4 +1,7 @@
-// Plain-text tables for the terminal: columns padded to their widest cell.
+// Plain-text tables for the terminal: columns padded to their widest cell,
+// measured in terminal cells (a CJK character takes two), with control
+// characters and bytes that are not UTF-8 shown escaped so that no cell can
+// shift the columns after it.
 #pragma once
 
 #include <ostream>

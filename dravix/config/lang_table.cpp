@@ -150,22 +150,40 @@ void LangTable::Close() {
   path_.clear();
   table_.clear();
   read_ = false;
+  readError_.clear();
   rows_.clear();
 }
 
 void LangTable::Select(const std::string& table) {
   table_ = table;
   read_ = false;
+  readError_.clear();
   rows_.clear();
 }
 
 const LangRow* LangTable::Find(UINT id, std::string* error) {
   if (!read_) {
     read_ = true;  // a failed read is not repeated for every id
-    if (!ReadTable(error)) rows_.clear();
+    if (!ReadTable(&readError_)) {
+      rows_.clear();
+      if (error) *error = readError_;
+    }
   }
   const auto it = rows_.find(id);
   return it == rows_.end() ? nullptr : &it->second;
+}
+
+bool LangTable::Rows(std::vector<std::pair<UINT, const LangRow*>>* rows, std::string* error) {
+  rows->clear();
+  Find(0, nullptr);
+  if (!readError_.empty()) {
+    if (error) *error = readError_;
+    return false;
+  }
+  rows->reserve(rows_.size());
+  for (const auto& [id, row] : rows_) rows->emplace_back(id, &row);
+  std::sort(rows->begin(), rows->end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+  return true;
 }
 
 bool LangTable::ReadTable(std::string* error) {

@@ -90,6 +90,10 @@ class LangTable {
   // not be read: `error` then says why, on the call that read it). The
   // pointer stays valid until Select(), Open() or Close().
   const LangRow* Find(UINT id, std::string* error);
+  // Every id of the table with its first row, in ascending order of id.
+  // False with the reason in `error` when the table could not be read.
+  // The pointers stay valid as Find()'s do.
+  bool Rows(std::vector<std::pair<UINT, const LangRow*>>* rows, std::string* error);
 
  private:
   bool ReadTable(std::string* error);
@@ -98,6 +102,7 @@ class LangTable {
   std::string path_;  // the open database file
   std::string table_;
   bool read_ = false;
+  std::string readError_;  // why the last read failed ("" when it did not)
   std::unordered_map<UINT, LangRow> rows_;
 };
 

@@ -90,8 +90,13 @@ TEST_F(Edits, ATornDocumentIsRefusedAndKept) {
     EXPECT_NE(r.err.find("at byte"), std::string::npos) << r.err;
     EXPECT_EQ(ReadFile(Path("DVROPTION.XML")), torn) << args[1];
   }
-  // Only reset replaces it, keeping the old bytes beside it.
-  ASSERT_EQ(Run({"config", "reset"}).status, 0);
+  // Only reset replaces it, keeping the old bytes beside it, and only when
+  // told to: off a terminal nobody can be asked.
+  const ProgramResult unasked = Run({"config", "reset"});
+  EXPECT_EQ(unasked.status, 2);
+  EXPECT_NE(unasked.err.find("--yes"), std::string::npos) << unasked.err;
+  EXPECT_EQ(ReadFile(Path("DVROPTION.XML")), torn);
+  ASSERT_EQ(Run({"config", "reset", "--yes"}).status, 0);
   EXPECT_EQ(ReadFile(Path("DVROPTION.XML.bad")), torn);
   EXPECT_EQ(Run({"config", "get", "General/SiteName"}).status, 0);
 }

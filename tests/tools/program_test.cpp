@@ -1,21 +1,23 @@
 // The program's conventions, which every tools test relies on: exit
 // statuses, --version, --home, predicates, interface languages and errors
-// in plain words.
+// in plain words; help in one style for every command, with the manual page
+// and the bash completion made from the same commands.
 #include "tests/support/run_program.h"
 #include "tests/support/test_home.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <thread>
-
-#include <signal.h>
-#include <filesystem>
-
-#include <chrono>
-#include <thread>
+#include <vector>
 
 namespace dravix::test {
 namespace {
@@ -227,6 +229,156 @@ TEST_F(Conventions, ErrorsSayTheCauseInPlainWords) {
     EXPECT_EQ(cut.status, 1);
     EXPECT_NE(cut.err.find(c.says), std::string::npos) << cut.err;
   }
+  // A parse error names the program and the command whose help explains it.
+  for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+           {"users", "add"}, {"users", "add", "x", "--no-such-option"}, {"cut", "a", "b", "--from"}}) {
+    const ProgramResult r = RunDravix(args);
+    EXPECT_EQ(r.status, 2) << r.err;
+    EXPECT_EQ(r.err.rfind("dravix: ", 0), 0u) << r.err;
+    EXPECT_NE(r.err.find("`dravix " + args[0] + (args[0] == "users" ? " add" : "") + " --help`"), std::string::npos)
+        << r.err;
+  }
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
+
+std::string Shell(const std::string& command) {
+  std::string out;
+  FILE* p = ::popen(command.c_str(), "r");
+  if (p == nullptr) return out;
+  char buf[4096];
+  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+  ::pclose(p);
+  return out;
+}
+
+struct Command {
+  std::vector<std::string> path;  // after "dravix"
+  std::string help;
+  std::vector<std::string> subcommands;
+};
+
+// Every command, found by following the "Commands:" lists of the help.
+void Walk(std::vector<std::string> path, std::vector<Command>* all) {
+  std::vector<std::string> args = path;
+  args.push_back("--help");
+  const ProgramResult r = RunDravix(args);
+  EXPECT_EQ(r.status, 0) << r.err;
+  Command c{path, r.out, {}};
+  bool inCommands = false;
+  for (const std::string& line : Lines(r.out)) {
+    if (line == "Commands:")
+      inCommands = true;
+    else if (line.empty())
+      inCommands = false;
+    else if (inCommands && line.size() > 2 && line[2] != ' ')
+      c.subcommands.push_back(line.substr(2, line.find(' ', 2) - 2));
+  }
+  all->push_back(c);
+  for (const std::string& sub : c.subcommands) {
+    std::vector<std::string> next = path;
+    next.push_back(sub);
+    Walk(next, all);
+  }
+}
+
+std::string Joined(const std::vector<std::string>& path) {
+  std::string s = "dravix";
+  for (const std::string& p : path) s += " " + p;
+  return s;
+}
+
+bool StartsInSentenceCase(const std::string& text) {
+  return !text.empty() && !std::islower(static_cast<unsigned char>(text[0]));
+}
+
+TEST(Program, EveryCommandsHelpKeepsOneStyle) {
+  std::vector<Command> commands;
+  Walk({}, &commands);
+  ASSERT_GT(commands.size(), 40u);
+  const std::regex parserType(R"(\b(INT|UINT|FLOAT|TEXT|BOOLEAN|NUMBER:|ENUM)\b|in \[)");
+  for (const Command& c : commands) {
+    SCOPED_TRACE(Joined(c.path));
+    const std::vector<std::string> lines = Lines(c.help);
+    ASSERT_FALSE(lines.empty());
+    EXPECT_TRUE(StartsInSentenceCase(lines[0])) << lines[0];
+    EXPECT_LE(lines[0].size(), 100u) << lines[0];
+    std::string section;
+    for (size_t i = 1; i < lines.size(); ++i) {
+      const std::string& line = lines[i];
+      if (line.empty() || line.back() == ':') {
+        section = line;
+        continue;
+      }
+      if (section != "Arguments:" && section != "Options:" && section != "Commands:") continue;
+      if (line.rfind(std::string(30, ' '), 0) == 0) continue;  // a wrapped description
+      // "  --name VALUE      Description": the value is named, never typed
+      // (its own name in capitals is fine: --text TEXT), and every
+      // argument, option and command is described.
+      std::istringstream name(line.substr(0, std::min<size_t>(line.size(), 30)));
+      std::string names, value;
+      name >> names >> value;
+      const size_t dashes = names.find("--");
+      std::string own = dashes == std::string::npos ? names : names.substr(dashes + 2);
+      for (char& ch : own) ch = ch == '-' ? '_' : static_cast<char>(std::toupper(static_cast<unsigned char>(ch)));
+      EXPECT_TRUE(value == own || !std::regex_search(value, parserType)) << line;
+      std::string desc = line.size() > 30 ? line.substr(30) : "";
+      if (desc.empty() && i + 1 < lines.size()) desc = lines[i + 1].substr(std::min<size_t>(lines[i + 1].size(), 30));
+      EXPECT_TRUE(StartsInSentenceCase(desc) && desc.find_first_not_of(' ') == 0)
+          << "undescribed or lower case: " << line;
+    }
+    EXPECT_FALSE(std::regex_search(c.help, std::regex(R"(in \[)"))) << c.help;
+  }
+  // Examples where a command is hard to get right the first time, each
+  // line of them running that very command; a footer stays with its own.
+  for (const char* with : {"dravix cut", "dravix config set", "dravix users add", "dravix schedule add-task"}) {
+    SCOPED_TRACE(with);
+    bool found = false;
+    for (const Command& c : commands) {
+      if (Joined(c.path) != with) continue;
+      found = true;
+      const size_t at = c.help.find("\nExamples:\n");
+      ASSERT_NE(at, std::string::npos) << c.help;
+      EXPECT_NE(c.help.find("\n  " + std::string(with) + " ", at), std::string::npos) << c.help;
+    }
+    EXPECT_TRUE(found);
+  }
+  for (const Command& c : commands) {
+    if (Joined(c.path) == "dravix config reset") {
+      EXPECT_EQ(c.help.find("PATH is the element path"), std::string::npos);
+    }
+  }
+
+  // The manual page and the completion come from the same commands.
+  const ProgramResult man = RunDravix({"--man-page", "9.9"});
+  ASSERT_EQ(man.status, 0) << man.err;
+  const std::string completion = RunDravix({"--completion", "bash"}).out;
+  const std::string script = testing::TempDir() + "dravix-completion.bash";
+  FILE* f = std::fopen(script.c_str(), "w");
+  ASSERT_NE(f, nullptr);
+  std::fwrite(completion.data(), 1, completion.size(), f);
+  std::fclose(f);
+  for (const Command& c : commands) {
+    if (c.path.empty()) continue;
+    SCOPED_TRACE(Joined(c.path));
+    std::string usage = "\n.SS \"\\fB";
+    for (const std::string& p : c.path) usage += (p == c.path.front() ? "dravix " : " ") + p;
+    usage = std::regex_replace(usage, std::regex("-"), "\\-");
+    EXPECT_NE(man.out.find(usage + "\\fR"), std::string::npos);
+    // Completing the last word of the command from its first letter offers it.
+    std::string words = "dravix";
+    for (size_t i = 0; i + 1 < c.path.size(); ++i) words += " " + c.path[i];
+    const std::string offered =
+        Shell("bash -c 'source " + script + "; COMP_WORDS=(" + words + " " + c.path.back().substr(0, 1) +
+              "); COMP_CWORD=" + std::to_string(c.path.size()) + "; _dravix; printf \"%s\\n\" \"${COMPREPLY[@]}\"'");
+    EXPECT_NE(("\n" + offered).find("\n" + c.path.back() + "\n"), std::string::npos) << offered;
+  }
+  std::remove(script.c_str());
 }
 
 }  // namespace
