@@ -98,9 +98,9 @@ std::pair<LangHost, std::string> ChooseTable(const std::string& folder) {
 int Status() {
   const std::string folder = GetModulePath();
   const auto [host, table] = ChooseTable(folder);
-  const std::string path = folder + config::LangDatabaseFile(host);
+  const std::string path = config::FindLangDatabase(host, folder);
+  if (path.empty()) throw Failure(MissingDatabaseMessage(folder, host));
   const platform::DatabaseFileKind kind = platform::ProbeDatabaseFile(path);
-  if (kind == platform::DatabaseFileKind::kMissing) throw Failure(MissingDatabaseMessage(folder, host));
   if (Globals().json) {
     std::cout << nlohmann::json{{"database", path},
                                 {"kind", platform::DatabaseFileKindName(kind)},
@@ -122,13 +122,13 @@ int Status() {
 std::string OpenTable(config::LangTable* db, std::string* tableName) {
   const std::string folder = GetModulePath();
   const auto [host, table] = ChooseTable(folder);
-  if (platform::ProbeDatabaseFile(folder + config::LangDatabaseFile(host)) == platform::DatabaseFileKind::kMissing)
-    throw Failure(MissingDatabaseMessage(folder, host));
+  const std::string path = config::FindLangDatabase(host, folder);
+  if (path.empty()) throw Failure(MissingDatabaseMessage(folder, host));
   std::string error;
   if (!db->Open(host, folder, &error)) throw Failure("cannot open the language database: " + error);
   db->Select(table);
   *tableName = table;
-  return folder + config::LangDatabaseFile(host);
+  return path;
 }
 
 int Ids() {
