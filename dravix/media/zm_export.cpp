@@ -596,6 +596,10 @@ bool Exporter::OpenOutput() {
     av_free(buffer);
     return Fail("out of memory");
   }
+  // The Matroska muxer closes a cluster at nearly every key picture and
+  // marks each as a flush point; without a floor every cluster would be
+  // its own write. Fill the buffer instead.
+  oc->pb->min_packet_size = static_cast<int>(kIoBuffer);
   oc->flags |= AVFMT_FLAG_CUSTOM_IO;
 
   videoCodec_ = s.codec == kCodecMJPEG ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_H263;
