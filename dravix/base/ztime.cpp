@@ -85,6 +85,8 @@ SYSTEMTIME ShiftSeconds(const SYSTEMTIME& t, int64_t delta) {
   return out;
 }
 
+// QUIRK(whole-second-differences): exact whole seconds (the truncated exact
+// product), not the day fraction times 86400 in doubles; milliseconds ignored.
 int64_t DifferenceSeconds(const SYSTEMTIME& from, const SYSTEMTIME& to) {
   int64_t a = 0;
   int64_t b = 0;

@@ -45,7 +45,7 @@ class OptionVisitor {
   virtual void PagerText(std::string_view key, char* field, size_t cap, std::string_view def) {
     Text(std::string("DsPager").append(key), field, cap, def);
   }
-  // One element read twice, first as a switch and then as a text; a writer
+  // QUIRK(alarm-switch-and-text): one element read twice, first as a switch and then as a text; a writer
   // writes the text first and the switch last, so the switch survives.
   virtual void SwitchAndText(std::string_view key, BOOL& value, BOOL def, char* text, size_t cap) {
     Bool(key, value, def);

@@ -95,6 +95,7 @@ Switch g_wdReset{"GetWDResetTime", "LiveTag.ini", "SYSTEM", "NORESPONSETIME", "1
 Switch g_drawFrame{"EnableDRAW_FRAME", "LiveTag.ini", "DRAW_FRAME", "OPEN", "0", R::kSwitch, C::kKept, 0};
 Switch g_usbCamInv{"EnableUSBCamInv", "LiveTag.ini", "SYSTEM", "USBCAMINV", "0", R::kSwitch, C::kKept, 0};
 Switch g_liveSound{"EnableLiveSound", "Live.ini", "MODEL", "LIVESOUND ", "0", R::kSwitch, C::kKept, 0};
+// QUIRK(change-display-inverted): 1 when the file is missing, although its default is "0".
 Switch g_changeDisplay{
     "IsChangeDisplay", "LiveTag.ini", "NONCHANGEDISPLAY", "NOCHANGE", "0", R::kInverted, C::kKept, 0};
 Switch g_zmCap2R{"EnableZMCap2R", "Live.ini", "MODEL", "ZMCap2R", "0", R::kSwitch, C::kKept, 0};
@@ -102,8 +103,10 @@ Switch g_z7731d{"EnableZ7731D", "LiveTag.ini", "SYSTEM", "Z7731DB", "0", R::kSwi
 Switch g_defaultVol{"GetDefaultVol", "LiveTag.ini", "AudioSetting", "Bt878Vol", "3", R::kNumber, C::kKept, 0};
 Switch g_posPage{"EnablePOSPage", "LiveTag.ini", "POSPage", "Enable", "0", R::kSwitch, C::kKept, 0};
 Switch g_oldRecording{"EnableOldRecording", "LiveTag.ini", "OldRecording", "Enable", "0", R::kSwitch, C::kKept, 0};
+// QUIRK(list-audio-any-number): on for any non-zero number, not only 1.
 Switch g_listAllAudio{
     "ShowNoInputAudioDevice", "Live.ini", "MODEL", "LIST_ALL_AUDIO_CAPTURE ", "0", R::kNonZero, C::kEveryCall, 0};
+// QUIRK(keep-ratio-float): the ratio is read as a float and widened (0.95 gives 0.949999988...).
 Switch g_keepStorage{
     "GetKeepStorageSize",      "LiveTag.ini", "STORAGE", "KEEP_STORAGE_SIZE", "0.95", R::kRatio, C::kKept,
     static_cast<double>(0.95f)};

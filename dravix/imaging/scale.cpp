@@ -315,6 +315,8 @@ void UVDownsampleWith(const RowKernels& k, const BYTE* src, BYTE* dst, int srcWi
   DecimatePlane(k, src, dst, srcWidth / 2, srcHeight / 2, dstWidth / 2, dstHeight / 2, hstep, vstep);
 }
 
+// QUIRK(resample-float-ratios): the ratios and the vertical weight are single
+// precision; the products and sums stay double.
 // Rounds to single precision in a way the optimizer cannot drop. GCC 12
 // vectorizes two neighbouring double-to-float-to-double conversions (the two
 // ratios, stored side by side) and then folds the vector round trip away as

@@ -62,6 +62,7 @@ void StoreName(Slot& s, const char in[kTitleSize]) {
 }
 
 // The stored name as a string: up to the first zero, at most 16 bytes.
+// QUIRK(title-16-bytes): titles that agree in their first 16 bytes are one entry.
 bool NameIs(const Slot& s, const char* title) {
   char name[kTitleSize];
   LoadName(s, name);

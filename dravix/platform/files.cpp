@@ -96,6 +96,8 @@ bool IsReadOnly(const std::string& path) {
   return statvfs(path.c_str(), &vfs) == 0 && (vfs.f_flag & ST_RDONLY) != 0;
 }
 
+// QUIRK(star-dot-star): "*.*" matches every name, with or without a dot, and
+// a trailing ".*" matches a name without one.
 bool MatchWildcard(const std::string& mask, const std::string& name) {
   if (mask == "*.*" || mask == "*") return true;
   return MatchFrom(mask.c_str(), name.c_str());

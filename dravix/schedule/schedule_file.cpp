@@ -77,6 +77,8 @@ class Writer {
     U16(static_cast<uint16_t>(kEscapedCount));
     U32(static_cast<uint32_t>(n));
   }
+  // QUIRK(schedule-time-order): day, day of week, hour, milliseconds, minute,
+  // month, second, year, the order of every time in this file.
   void Time(const SYSTEMTIME& t) {
     for (WORD w : {t.wDay, t.wDayOfWeek, t.wHour, t.wMilliseconds, t.wMinute, t.wMonth, t.wSecond, t.wYear}) U16(w);
   }

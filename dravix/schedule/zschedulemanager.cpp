@@ -375,6 +375,7 @@ const std::vector<tagSCHEDULEPOSTED>& ZScheduleManager::GetPostedList(int camera
 
 // --------------------------------------------------- motion-detection files
 
+// QUIRK(visual-detection-now): event 13, due at once, with no camera.
 int ZScheduleManager::PostVisualDerection() {
   IDispatcher::Instance()->PostTimeEvent(kEventVisual, GetSysTime(), 0, 0, 0);
   return 1;

@@ -93,6 +93,7 @@ class ISetting {
   void SetRecordingRate(int n, int rate);
   void SetFrameRate(double rate, int n);
   // Backup scheduling belongs to the player; the recorder has none.
+  // QUIRK(backup-schedule-noop): does nothing and answers 0.
   int EnableBackupSchedule() { return 0; }
 
   // --- per camera: schedule first (setting_schedule.cpp)

@@ -59,7 +59,7 @@ TEST(PathArithmetic, TitleFormsKeepTheirArithmetic) {
 
 TEST(Wildcards, WindowsRules) {
   using dravix::platform::MatchWildcard;
-  // A trailing ".*" also matches names without a dot; case is ignored.
+  // QUIRK(star-dot-star): a trailing ".*" also matches names without a dot; case is ignored.
   EXPECT_TRUE(MatchWildcard("*.*", "README") && MatchWildcard("cam??.*", "cam01") && MatchWildcard("d*.*", "d"));
   EXPECT_TRUE(MatchWildcard("*.avi", "CAM01.AVI"));
   EXPECT_FALSE(MatchWildcard("*.avi", "cam01.avi.idx"));

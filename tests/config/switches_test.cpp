@@ -50,12 +50,14 @@ const Row kRows[] = {
     {"EnableUSBCamInv", EnableUSBCamInv, "LiveTag.ini", "SYSTEM", "USBCAMINV", kOff, kOn, kOff, kOff},
     // The looked-up key carries a trailing blank, which no file line keeps.
     {"EnableLiveSound", EnableLiveSound, "Live.ini", "MODEL", "LIVESOUND ", kOff, kOff, kOff, kOff},
+    // QUIRK(change-display-inverted)
     {"IsChangeDisplay", IsChangeDisplay, "LiveTag.ini", "NONCHANGEDISPLAY", "NOCHANGE", kOn, kOff, kOn, kOn},
     {"EnableZMCap2R", EnableZMCap2R, "Live.ini", "MODEL", "ZMCap2R", kOff, kOn, kOff, kOff},
     {"EnableZ7731D", EnableZ7731D, "LiveTag.ini", "SYSTEM", "Z7731DB", kOff, kOn, kOff, kOff},
     {"GetDefaultVol", GetDefaultVol, "LiveTag.ini", "AudioSetting", "Bt878Vol", 3, 1, 2, 0},
     {"EnablePOSPage", EnablePOSPage, "LiveTag.ini", "POSPage", "Enable", kOff, kOn, kOff, kOff},
     {"EnableOldRecording", EnableOldRecording, "LiveTag.ini", "OldRecording", "Enable", kOff, kOn, kOff, kOff},
+    // QUIRK(list-audio-any-number)
     {"ShowNoInputAudioDevice", ShowNoInputAudioDevice, "Live.ini", "MODEL", "LIST_ALL_AUDIO_CAPTURE ", kOff, kOff, kOff,
      kOff},
     {"USING_POS_TEXTMIXER", USING_POS_TEXTMIXER, "LiveTag.ini", "USING_POS_TEXTMIXER", "Enable", kOff, kOn, kOff, kOff},
@@ -93,6 +95,7 @@ class Switches : public dravix::test::TestHome {
 };
 
 // "%f" reads a float: the answers are the float nearest the text, widened.
+// QUIRK(keep-ratio-float)
 TEST_F(Switches, RatiosReadAsFloats) {
   std::vector<double> v = EvaluateInChild();
   EXPECT_EQ(v[kRowCount], static_cast<double>(0.95f));

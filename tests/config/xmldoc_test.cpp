@@ -209,6 +209,7 @@ TEST_F(XmlDocTest, PagerSettingsLiveBesideTheDefaultPagerElement) {
   EXPECT_STREQ(LoadFresh()->dsDVROption.dsCamera[4].dsAction.szPagerComPort, "Com 3");
 }
 
+// QUIRK(alarm-switch-and-text)
 TEST_F(XmlDocTest, AlarmKeepsTheSwitchAndReadsItBackAsText) {
   auto o = LoadFresh();
   tagDSACTIONOPTION& a = o->dsDVROption.dsCamera[5].dsAction;

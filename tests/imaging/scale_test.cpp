@@ -192,6 +192,7 @@ TEST_P(ScaleOnPath, UVDownsampleMatchesFormula) {
   }
 }
 
+// QUIRK(resample-float-ratios): the reference rounds the ratios and weight to float.
 TEST_P(ScaleOnPath, ResampleMatchesFormula) {
   for (const Size4& s : ResampleSizes()) {
     SCOPED_TRACE(Name(s));

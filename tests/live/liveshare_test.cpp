@@ -92,6 +92,7 @@ TEST_F(Registry, FreedSlotsAreReusedInOrderAndTheEndOnlyGrows) {
   EXPECT_EQ(Rows(), (std::vector<Row>{{"d.zmf", kUse, 1}, {"b.zmf", kUse, 1}, {"e.zmf", kUse, 1}, {"f.zmf", kUse, 1}}));
 }
 
+// QUIRK(title-16-bytes)
 TEST_F(Registry, TitlesAreTheLastPathStepCutTo16Bytes) {
   ZShareMem* sm = ZShareMem::Instance();
   sm->Add("D:\\rec\\CAM01-20080315-1200.zmf");

@@ -126,6 +126,7 @@ class ScheduleFile : public dravix::test::TestHome {
   ZScheduleManager* M() { return ZScheduleManager::Instance(); }
 };
 
+// QUIRK(schedule-time-order): the hand-written file keeps its times in the file's own order.
 TEST_F(ScheduleFile, AHandWrittenFileLoadsWithEveryFieldInPlace) {
   WriteFile("Schedule.zmi", HandWrittenFile());
   ASSERT_EQ(M()->LoadError(), "");

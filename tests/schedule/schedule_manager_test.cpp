@@ -213,7 +213,7 @@ TEST_F(Schedule, MotionDetectionFilesFollowTheTasks) {
   EXPECT_EQ(M()->RemoveVisualFile(2), 2);
   EXPECT_EQ(M()->RemoveVisualFile(1), 1);
   EXPECT_EQ(ReadFile(Path("Visual01.zmi")), "motion settings");
-  EXPECT_EQ(M()->PostVisualDerection(), 1);  // event 13, due now
+  EXPECT_EQ(M()->PostVisualDerection(), 1);  // QUIRK(visual-detection-now): event 13, due now
   const auto events = IDispatcher::Instance()->GetTimeEvents();
   ASSERT_EQ(events.size(), 1u);
   EXPECT_EQ(std::vector<int>({static_cast<int>(events[0].id), events[0].due.wHour, events[0].due.wDay}),
