@@ -73,8 +73,11 @@ HRESULT GetZMFileStartTime(const char* path, FILETIME* start) {
   return S_OK;
 }
 
-HRESULT GetZMFileEndTime(const char* path, FILETIME* end) {
-  if (path == nullptr || end == nullptr) return E_POINTER;
+namespace dravix::media {
+
+HRESULT WalkZMFileTail(const char* path, ZMFileTail* out) {
+  if (path == nullptr || out == nullptr) return E_POINTER;
+  *out = ZMFileTail{};
   if (!PathFits(path)) return E_FAIL;
   ZMHeaderReader reader;
   File file;
@@ -89,18 +92,30 @@ HRESULT GetZMFileEndTime(const char* path, FILETIME* end) {
   int64_t knownSize = file.Size();
   uint32_t lastTime = 0;
   for (;;) {
+    out->end = WrapAdd(reader.header().StartTime(), static_cast<int64_t>(lastTime) * kTicksPerMs);
     if (static_cast<uint64_t>(pos) >= dataEnd) {
-      *end = Int64ToFileTime(WrapAdd(reader.header().StartTime(), static_cast<int64_t>(lastTime) * kTicksPerMs));
+      out->whole = true;
       return S_OK;
     }
     ZMRecordAt r;
-    if (LoadRecordAt(window, static_cast<uint64_t>(pos), &r) != 1) return E_FAIL;
-    if (r.head.length == 0) return E_FAIL;
-    lastTime = r.head.time;
+    if (LoadRecordAt(window, static_cast<uint64_t>(pos), &r) != 1) return S_OK;
+    if (r.head.length == 0) return S_OK;
     const uint64_t next = static_cast<uint64_t>(pos) + r.head.Size();
-    if (!FileReaches(file, &knownSize, next)) return E_FAIL;  // the payload read would come up short
+    if (!FileReaches(file, &knownSize, next)) return S_OK;  // the payload read would come up short
+    lastTime = r.head.time;
+    ++out->records;
     pos = static_cast<int64_t>(next);
   }
+}
+
+}  // namespace dravix::media
+
+HRESULT GetZMFileEndTime(const char* path, FILETIME* end) {
+  if (path == nullptr || end == nullptr) return E_POINTER;
+  ZMFileTail tail;
+  if (FAILED(WalkZMFileTail(path, &tail)) || !tail.whole) return E_FAIL;
+  *end = Int64ToFileTime(tail.end);
+  return S_OK;
 }
 
 int GetVideoData(const char* path, SYSTEMTIME* start, __int64* duration, int* codec, int* sizeCode) {

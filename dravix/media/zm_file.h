@@ -33,6 +33,20 @@ HRESULT GetZMFileStartTime(const char* path, FILETIME* start);
 // off by the end of the file.
 HRESULT GetZMFileEndTime(const char* path, FILETIME* end);
 
+namespace dravix::media {
+// The walk behind GetZMFileEndTime, with what it found when it stops short.
+struct ZMFileTail {
+  int64_t end = 0;       // start + time of the last whole record walked (FILETIME ticks)
+  uint64_t records = 0;  // whole records walked after the index's last entry
+  bool whole = false;    // the walk reached the end of the data area
+};
+// S_OK with `*out` filled, also when the records stop before the end of the
+// data (a head cut off, a payload length of 0, a payload past the end of
+// the file: then `whole` is false). E_POINTER, or E_FAIL when the file, its
+// header or an index offset cannot be read.
+HRESULT WalkZMFileTail(const char* path, ZMFileTail* out);
+}  // namespace dravix::media
+
 // Video description from the header: the calendar form of start + lead-in,
 // the duration, the codec code (0 H.263, 1 MJPEG; otherwise left as the
 // caller set it) and the picture-size code (0..6, from a VIDEOINFOHEADER;

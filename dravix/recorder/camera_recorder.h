@@ -9,13 +9,8 @@
 // whose pictures have the camera's size is not decoded: its JPEG pictures
 // are stored as they come (given the JFIF APP0 segment a record needs).
 //
-// Files. One file at a time, named after its first picture's local time:
-//   <record folder>/<YYYY-MM-DD>/cam<NN>/<hhmmssmmm>-<NN>.dat   (+ ".idx")
-// NN is the camera number from 01, hhmmssmmm the hour, minute, second and
-// millisecond. Names sort by time within a folder, and a folder scan reads
-// camera, day and start back from the path (ParseRecordingPath). The name
-// is 16 characters, so the live-file registry, which keeps 16, tells every
-// open file apart. A file's header is brought up to date and its bytes
+// Files. One file at a time, named after its first picture's local time
+// (media/recording_name.h). A file's header is brought up to date and its bytes
 // synced every second (ZMRecordingWriter::Checkpoint), so readers see a
 // consistent file up to its last checkpoint and a crash loses at most the
 // last second or two. A new file begins, at the next key picture, once the
@@ -62,19 +57,6 @@ struct ClosedRecording {
   bool ok = true;
   std::string error;  // why it is not whole, when !ok
 };
-
-// Camera, day and start read back from a recording's path.
-struct RecordingName {
-  int camera = 0;
-  SYSTEMTIME start{};
-};
-
-// The path of camera `camera`'s file starting at `localFileTime` (FILETIME
-// on the local wall clock).
-std::string RecordingPath(const std::string& folder, int camera, int64_t localFileTime);
-// False when `path` does not end in "<YYYY-MM-DD>/cam<NN>/<hhmmssmmm>-<NN>.dat"
-// with matching camera numbers.
-bool ParseRecordingPath(const std::string& path, RecordingName* out);
 
 class CameraRecorder {
  public:

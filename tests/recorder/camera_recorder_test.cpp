@@ -4,6 +4,7 @@
 #include "dravix/media/frame_code.h"
 #include "dravix/media/pattern_recording.h"
 #include "dravix/media/picture_decoder.h"
+#include "dravix/media/recording_name.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_summary.h"
 #include "tests/support/run_program.h"
@@ -146,8 +147,8 @@ TEST_F(CameraRecorderTest, TwoCamerasRollFilesWithFramesRunningOnAndRegisterOnly
   for (int i = 0; i < 2; ++i) {
     std::vector<std::string> files;
     for (const std::string& f : Recordings(folder + "/")) {
-      recorder::RecordingName name;
-      ASSERT_TRUE(recorder::ParseRecordingPath(f, &name)) << f;
+      media::RecordingName name;
+      ASSERT_TRUE(media::ParseRecordingPath(f, &name)) << f;
       if (name.camera == i + 1) files.push_back(f);
       EXPECT_TRUE(fs::exists(fs::path(f).replace_extension(".idx"))) << f;
       EXPECT_EQ(registry->HasToken(f.c_str()), 0) << f << " is closed";
@@ -214,11 +215,11 @@ TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
 TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
   // 2026-03-07 09:05:04.321 as a local FILETIME.
   const int64_t t = 116444736000000000 + (1772874304LL * 1000 + 321) * media::kTicksPerMs;
-  const std::string path = recorder::RecordingPath("/r", 7, t);
+  const std::string path = media::RecordingPath("/r", 7, t);
   EXPECT_EQ(path, "/r/2026-03-07/cam07/090504321-07.dat");
   EXPECT_EQ(ZShareMem::TitleOf(path.c_str()).size(), 16u);
-  recorder::RecordingName name;
-  ASSERT_TRUE(recorder::ParseRecordingPath(path, &name));
+  media::RecordingName name;
+  ASSERT_TRUE(media::ParseRecordingPath(path, &name));
   EXPECT_EQ(name.camera, 7);
   EXPECT_EQ(name.start.wYear, 2026);
   EXPECT_EQ(name.start.wDay, 7);
@@ -226,7 +227,7 @@ TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
   EXPECT_EQ(name.start.wMilliseconds, 321);
   for (const char* other : {"/r/2026-03-07/cam07/090504321-08.dat", "/r/2026-03-07/cam07/090504321-07.idx",
                             "/r/2026-03-07/cam07/0905043210-07.dat", "/r/2026-13-07/cam07/090504321-07.dat"})
-    EXPECT_FALSE(recorder::ParseRecordingPath(other, &name)) << other;
+    EXPECT_FALSE(media::ParseRecordingPath(other, &name)) << other;
 }
 
 class RecordCommand : public TestHome {};

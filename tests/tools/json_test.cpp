@@ -159,6 +159,7 @@ TEST_F(JsonOutput, EveryDataCommandsJsonParsesAndHasTheColumnsOfItsText) {
       {{"probe", Path("cam01.dat")}, 0, "", {"end", "start_filetime", "end_filetime", "length_100ns", "size_code"}},
       {{"check", "--dry-run", Path("cam01.dat")}, kNoText, "", {}},
       {{"files"}, 0, "", {}},
+      {{"timeline", home()}, 0, "/days", {}},
       {{"files", "has", "/rec/CAM01.zmf"}, kNoText, "", {}},
       {{"ptz", "models", "--dir", home()}, 0, "", {}},
       {{"cards"}, kPairs, "", {"cards", "ports"}},
