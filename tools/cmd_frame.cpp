@@ -45,20 +45,10 @@ bool SameFile(const std::string& a, const std::string& b) {
 }
 
 std::vector<uint8_t> EncodeJpeg(const Picture& picture) {
+  std::vector<uint8_t> jpeg;
   std::string error;
-  Picture full;
-  if (!ConvertPictureRange(picture, true, &full, &error)) throw Failure("cannot convert the picture: " + error);
-  VideoEncoder encoder;
-  VideoEncoderSettings s;
-  s.codec = kCodecMJPEG;
-  s.width = full.width;
-  s.height = full.height;
-  s.mjpegQuality = g.quality;
-  std::vector<EncodedPacket> packets;
-  if (!encoder.Open(s, &error) || !encoder.Encode(full, &packets, &error) || !encoder.Flush(&packets, &error))
-    throw Failure("cannot encode the picture as JPEG: " + error);
-  if (packets.size() != 1) throw Failure("the JPEG encoder gave no picture");
-  return std::move(packets.front().data);
+  if (!EncodeJpegPicture(picture, g.quality, &jpeg, &error)) throw Failure("cannot encode the picture as JPEG: " + error);
+  return jpeg;
 }
 
 std::vector<uint8_t> EncodePpm(const Picture& picture) {

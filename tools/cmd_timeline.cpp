@@ -1,19 +1,31 @@
 // `dravix timeline FOLDER`: what a recording folder holds, per camera and
 // day, and where its holes are.
 //
-//   dravix timeline /srv/rec [--from DAY] [--to DAY] [--json]
+//   dravix timeline /srv/rec [--from DAY] [--to DAY] [--json] [--html OUT.html]
 //
 // The table has one row per camera per day: files, the time they cover, the
 // gaps of a second or more between one file and the next, and the damaged
-// and open files. --json adds every file and every gap with its cause.
+// and open files. --json adds every file and every gap with its cause;
+// --html writes the page of timeline_page.h (whole or not at all).
+//
+// A gap's cause, where the program folder can tell: "schedule" when its
+// middle lies outside the windows of the camera's enabled schedule
+// ("Schedule.zmi"), "damaged" when the file before it has a torn tail, else
+// "unknown".
 #include "tools/command.h"
 #include "tools/table.h"
 #include "tools/time_arg.h"
+#include "tools/timeline_page.h"
 
 #include "dravix/base/ztime.h"
 #include "dravix/live/liveshare.h"
+#include "dravix/live/picture_scale.h"
 #include "dravix/media/folder_scan.h"
+#include "dravix/media/picture_at.h"
+#include "dravix/media/video_encoder.h"
+#include "dravix/platform/atomic_file.h"
 #include "dravix/platform/wintypes.h"
+#include "dravix/schedule/zschedulemanager.h"
 
 #include <nlohmann/json.hpp>
 
@@ -30,10 +42,14 @@ using media::ZMScannedFile;
 using media::ZMScanState;
 
 constexpr int64_t kTicksPerSecond = 10000000;
+constexpr int64_t kUnixEpoch = 116444736000000000;  // 1970-01-01 as a FILETIME
+constexpr int kThumbWidth = 192;
 
 struct TimelineOptions {
   std::string folder;
   std::string from, to;  // YYYY-MM-DD
+  std::string html;
+  int thumbnails = 200;
 };
 
 TimelineOptions& Options() {
@@ -64,16 +80,68 @@ std::string DayArg(const std::string& text, const std::string& what) {
   return text;
 }
 
+// FILETIME ticks of the local wall clock as milliseconds from 1970, the
+// page's clock.
+int64_t WallMs(int64_t ft) { return (ft - kUnixEpoch) / 10000; }
+
 struct Gap {
   std::string camera;
   int64_t start = 0, end = 0;
   std::string cause;
 };
 
-// Why the recording stopped at `before`'s end: a torn or cut-off tail is
-// the only cause the files themselves tell.
-std::string GapCause(const ZMScannedFile& before) {
+// Whether camera `number` (from 1) has an enabled schedule none of whose
+// windows on that day holds `ft`.
+bool OutsideSchedule(int number, int64_t ft) {
+  if (number < 1 || number > kScheduleCameras) return false;
+  ZScheduleManager* m = ZScheduleManager::Instance();
+  const int camera = number - 1;
+  if (!m->IsEnabled(camera)) return false;
+  SYSTEMTIME t{};
+  if (!FileTimeToSystemTime(Int64ToFileTime(ft), &t)) return false;
+  static tagDSSCHEDULEOPTION cameras[kScheduleCameras];
+  static tagSCHEDULEWORKTASK lists[kScheduleLists];
+  static const bool loaded = (m->LoadSchedule(cameras, lists), true);
+  (void)loaded;
+  const int list = m->ListOfDay(camera, t);
+  if (list < 0 || list >= kScheduleLists) return true;
+  SYSTEMTIME start{};
+  return m->CheckTaskWork(lists[list], t, start) == 0;
+}
+
+// Why the recording stopped between `before` and the next file.
+std::string GapCause(const ZMScannedFile& before, int64_t start, int64_t end) {
+  if (OutsideSchedule(before.cameraNumber, start + (end - start) / 2)) return "schedule";
   return before.state == ZMScanState::kDamaged ? "damaged" : "unknown";
+}
+
+std::string Base64(const std::vector<uint8_t>& bytes) {
+  static const char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string out;
+  out.reserve((bytes.size() + 2) / 3 * 4);
+  for (size_t i = 0; i < bytes.size(); i += 3) {
+    const uint32_t n = bytes[i] << 16 | (i + 1 < bytes.size() ? bytes[i + 1] << 8 : 0) |
+                       (i + 2 < bytes.size() ? bytes[i + 2] : 0);
+    out += kDigits[n >> 18 & 63];
+    out += kDigits[n >> 12 & 63];
+    out += i + 1 < bytes.size() ? kDigits[n >> 6 & 63] : '=';
+    out += i + 2 < bytes.size() ? kDigits[n & 63] : '=';
+  }
+  return out;
+}
+
+// The recording's first picture, small, as a data: URL; "" when it cannot
+// be had (the page then shows none).
+std::string Thumbnail(const ZMScannedFile& f) {
+  media::PictureAtMoment found;
+  std::string error;
+  if (!media::FindPictureAt(f.path.c_str(), f.start, true, &found, &error) || found.picture.width <= 0) return "";
+  media::Picture small;
+  const int height = found.picture.height * kThumbWidth / found.picture.width;
+  if (!live::ScalePicture(found.picture, kThumbWidth, height, &small)) return "";
+  std::vector<uint8_t> jpeg;
+  if (!media::EncodeJpegPicture(small, 60, &jpeg, &error)) return "";
+  return "data:image/jpeg;base64," + Base64(jpeg);
 }
 
 nlohmann::json FileJson(const ZMScannedFile& f) {
@@ -81,6 +149,8 @@ nlohmann::json FileJson(const ZMScannedFile& f) {
                    {"camera", f.camera},
                    {"start", f.start ? nlohmann::json(WallText(f.start)) : nlohmann::json()},
                    {"end", f.end ? nlohmann::json(WallText(f.end)) : nlohmann::json()},
+                   {"start_ms", f.start ? nlohmann::json(WallMs(f.start)) : nlohmann::json()},
+                   {"end_ms", f.end ? nlohmann::json(WallMs(f.end)) : nlohmann::json()},
                    {"length", f.start ? nlohmann::json(double(f.end - f.start) / kTicksPerSecond) : nlohmann::json()},
                    {"codec", f.codec.empty() ? nlohmann::json() : nlohmann::json(f.codec)},
                    {"size", f.width ? nlohmann::json(std::to_string(f.width) + "x" + std::to_string(f.height))
@@ -136,7 +206,7 @@ int Run() {
       // Overlapping files count their time once.
       row.covered += std::max<int64_t>(0, f.end - std::max(f.start, reached));
       if (last != nullptr && f.start - reached >= kTicksPerSecond) {
-        gaps.push_back({camera, reached, f.start, GapCause(*last)});
+        gaps.push_back({camera, reached, f.start, GapCause(*last, reached, f.start)});
         DayRow& gapDay = days[{camera, DayOf(reached)}];
         ++gapDay.gaps;
         gapDay.gapTime += f.start - reached;
@@ -148,6 +218,28 @@ int Run() {
   }
   for (const ZMScannedFile& f : unreadable) files.push_back(FileJson(f));
 
+  if (!o.html.empty()) {
+    nlohmann::json cameras = nlohmann::json::array(), jg = nlohmann::json::array(), thumbs = nlohmann::json::object();
+    size_t index = 0;
+    for (const auto& [camera, list] : byCamera) {
+      cameras.push_back(camera);
+      for (const ZMScannedFile& f : list) {
+        if (static_cast<int>(index) < o.thumbnails) {
+          const std::string t = Thumbnail(f);
+          if (!t.empty()) thumbs[std::to_string(index)] = t;
+        }
+        ++index;
+      }
+    }
+    for (const Gap& g : gaps)
+      jg.push_back({{"camera", g.camera}, {"start_ms", WallMs(g.start)}, {"end_ms", WallMs(g.end)}, {"cause", g.cause}});
+    const nlohmann::json model{{"folder", o.folder}, {"cameras", cameras}, {"files", files}, {"gaps", jg},
+                               {"thumbs", thumbs}};
+    std::string why;
+    if (!platform::ReplaceFileAtomically(o.html, TimelinePageHtml(model), 0644, &why))
+      throw Failure("cannot write " + o.html + ": " + why);
+  }
+
   if (Globals().json) {
     nlohmann::json jd = nlohmann::json::array(), jg = nlohmann::json::array();
     for (const auto& [key, r] : days)
@@ -157,6 +249,7 @@ int Run() {
                     {"being_written", r.open}});
     for (const Gap& g : gaps)
       jg.push_back({{"camera", g.camera}, {"start", WallText(g.start)}, {"end", WallText(g.end)},
+                    {"start_ms", WallMs(g.start)}, {"end_ms", WallMs(g.end)},
                     {"length", double(g.end - g.start) / kTicksPerSecond}, {"cause", g.cause}});
     std::cout << nlohmann::json{{"folder", o.folder}, {"days", jd}, {"files", files}, {"gaps", jg},
                                 {"unreadable", unreadable.size()}}
@@ -169,6 +262,7 @@ int Run() {
                  Duration(r.gapTime), std::to_string(r.damaged), std::to_string(r.open)});
     table.Print(std::cout);
     for (const ZMScannedFile& f : unreadable) std::cerr << "dravix: " << f.path << " is unreadable: " << f.why << '\n';
+    if (!o.html.empty()) std::cout << "page written to " << o.html << '\n';
   }
   if (!whole) std::cerr << "dravix: the scan stopped early: " << error << '\n';
   return whole ? kExitOk : kExitFailure;
@@ -183,10 +277,14 @@ void Register(CLI::App& app) {
   cmd->add_option("FOLDER", o.folder, "The record folder, scanned with its subfolders")->required();
   cmd->add_option("--from", o.from, "First day shown, YYYY-MM-DD (by the day a file starts)");
   cmd->add_option("--to", o.to, "Last day shown, YYYY-MM-DD");
+  cmd->add_option("--html", o.html, "Also write the timeline as a self-contained web page (replaced)");
+  cmd->add_option("--thumbnails", o.thumbnails, "First pictures shown on the page, at most (default 200)")
+      ->check(CLI::NonNegativeNumber);
   AddJsonFlag(cmd);
-  cmd->footer("A gap is a second or more between one file's last record and the next file's first; its cause "
-              "is \"damaged\" when the file before it has a torn tail, else \"unknown\". Example:\n"
-              "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07");
+  cmd->footer("A gap is a second or more between one file's last record and the next file's first. Its cause "
+              "is \"schedule\" when it lies outside the camera's enabled schedule (Schedule.zmi of --home), "
+              "\"damaged\" when the file before it has a torn tail, else \"unknown\". Example:\n"
+              "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07 --html week.html");
 }
 
 const Registration reg{74, Register};

@@ -6,6 +6,7 @@
 
 #include "dravix/media/av_internal.h"
 #include "dravix/media/jfif.h"
+#include "dravix/media/picture_convert.h"
 #include "dravix/media/zm_format.h"
 
 extern "C" {
@@ -213,6 +214,26 @@ bool VideoEncoder::Flush(std::vector<EncodedPacket>* out, std::string* error) {
     return false;
   }
   return impl_->Drain(out, error);
+}
+
+bool EncodeJpegPicture(const Picture& picture, int quality, std::vector<uint8_t>* jpeg, std::string* error) {
+  Picture full;
+  if (!ConvertPictureRange(picture, true, &full, error)) return false;
+  VideoEncoder encoder;
+  VideoEncoderSettings s;
+  s.codec = kCodecMJPEG;
+  s.width = full.width;
+  s.height = full.height;
+  s.mjpegQuality = quality;
+  std::vector<EncodedPacket> packets;
+  if (!encoder.Open(s, error) || !encoder.Encode(full, &packets, error) || !encoder.Flush(&packets, error))
+    return false;
+  if (packets.size() != 1) {
+    *error = "the JPEG encoder gave no picture";
+    return false;
+  }
+  *jpeg = std::move(packets.front().data);
+  return true;
 }
 
 }  // namespace dravix::media

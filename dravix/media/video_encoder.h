@@ -82,4 +82,8 @@ class VideoEncoder {
   std::unique_ptr<Impl> impl_;
 };
 
+// One picture as a JPEG file's bytes (JFIF, full range) at "MJPEGQuality"
+// `quality`. False with `error` when it cannot be converted or encoded.
+bool EncodeJpegPicture(const Picture& picture, int quality, std::vector<uint8_t>* jpeg, std::string* error);
+
 }  // namespace dravix::media
