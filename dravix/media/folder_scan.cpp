@@ -10,6 +10,7 @@
 #include <cctype>
 #include <cstdio>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 
 namespace dravix::media {
@@ -17,11 +18,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-bool IsRecordingName(const std::string& name) {
-  if (name.size() < 5) return false;
-  std::string ext = name.substr(name.size() - 4);
-  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return ext == ".dat" || ext == ".zmf";
+// A name (or path) ending in ".dat" or ".zmf", case ignored, with a name
+// before it.
+bool IsRecordingName(const std::string& path) {
+  if (path.size() < 5 || path[path.size() - 5] == '/') return false;
+  char ext[5] = {};
+  for (int i = 0; i < 4; ++i)
+    ext[i] = static_cast<char>(std::tolower(static_cast<unsigned char>(path[path.size() - 4 + i])));
+  return std::string_view(ext) == ".dat" || std::string_view(ext) == ".zmf";
 }
 
 std::string CameraOf(const std::string& path, int* number) {
@@ -62,7 +66,6 @@ ZMScannedFile ScanRecording(const std::string& path, const ZMScanOptions& option
     f.why = reader.error().empty() ? "cannot be opened for reading" : reader.error();
     return f;
   }
-  f.bytes = file.Size();
   if (!reader.streams().empty()) {
     const ZMStreamEntry& s = reader.streams().front();
     if (s.Subtype() == kSubtypeH263) f.codec = "H.263";
@@ -73,19 +76,26 @@ ZMScannedFile ScanRecording(const std::string& path, const ZMScanOptions& option
     }
   }
 
-  FILETIME t{};
-  if (FAILED(GetZMFileStartTime(path.c_str(), &t))) {
+  // The start as GetZMFileStartTime reads it: the first record's time.
+  ZMRecordHead first;
+  if (!reader.FirstRecordHead(&first)) {
+    uint8_t head[kZMRecordHeadSize];
+    if (file.PRead(head, sizeof head, kZMDefaultDataOffset) == kZMRecordHeadSize) first = ParseRecordHead(head);
+  }
+  if (first.length == 0) {
     if (f.state != ZMScanState::kBeingWritten) {
       f.state = ZMScanState::kUnreadable;
       f.why = "no first record at byte " + std::to_string(kZMDefaultDataOffset);
     }
+    f.bytes = file.Size();
     return f;
   }
-  f.start = FileTimeToInt64(t);
+  f.start = WrapAdd(reader.header().StartTime(), static_cast<int64_t>(first.time) * kTicksPerMs);
   const uint64_t claimed = reader.header().DataEnd();
   ZMFileTail tail;
-  const bool tailReads = SUCCEEDED(WalkZMFileTail(path.c_str(), &tail));
+  const bool tailReads = SUCCEEDED(WalkZMFileTail(path, file, reader.header(), &tail));
   f.end = tailReads ? std::max(tail.end, f.start) : f.start;
+  f.bytes = tail.fileSize >= 0 ? tail.fileSize : file.Size();
   if (f.state == ZMScanState::kBeingWritten) return f;
   if (claimed > static_cast<uint64_t>(f.bytes)) {
     f.state = ZMScanState::kDamaged;
@@ -113,8 +123,8 @@ bool ScanRecordings(const std::string& folder, const ZMScanOptions& options,
   for (const fs::recursive_directory_iterator end; it != end; it.increment(ec)) {
     const fs::directory_entry& e = *it;
     std::error_code kind;
-    if (!e.is_regular_file(kind) || !IsRecordingName(e.path().filename().string())) continue;
-    if (!visit(ScanRecording(e.path().string(), options))) break;
+    if (!IsRecordingName(e.path().native()) || !e.is_regular_file(kind)) continue;
+    if (!visit(ScanRecording(e.path().native(), options))) break;
   }
   if (ec) {  // the walk stopped early; what was visited stands
     if (error) *error = folder + ": " + ec.message();

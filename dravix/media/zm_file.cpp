@@ -38,7 +38,7 @@ bool FileReaches(const File& file, int64_t* knownSize, uint64_t end) {
 bool LastIndexOffset(const std::string& indexPath, int64_t* position) {
   File index;
   if (!index.OpenRead(indexPath.c_str())) return true;  // no index: stay put
-  ZMReadWindow window(index);
+  ZMReadWindow window(index, 4 << 10);  // a sparse index is small
   uint8_t entry[kZMIndexEntrySize] = {};
   uint64_t pos = kZMIndexHeaderSize;
   for (;;) {
@@ -65,9 +65,12 @@ HRESULT GetZMFileStartTime(const char* path, FILETIME* start) {
   ZMHeaderReader reader;
   File file;
   if (FAILED(reader.Open(path, &file, true))) return E_FAIL;
-  uint8_t head[kZMRecordHeadSize];
-  if (file.PRead(head, sizeof head, kZMDefaultDataOffset) != kZMRecordHeadSize) return E_FAIL;
-  const ZMRecordHead h = ParseRecordHead(head);
+  ZMRecordHead h;
+  if (!reader.FirstRecordHead(&h)) {
+    uint8_t head[kZMRecordHeadSize];
+    if (file.PRead(head, sizeof head, kZMDefaultDataOffset) != kZMRecordHeadSize) return E_FAIL;
+    h = ParseRecordHead(head);
+  }
   if (h.length == 0) return E_FAIL;
   *start = Int64ToFileTime(WrapAdd(reader.header().StartTime(), static_cast<int64_t>(h.time) * kTicksPerMs));
   return S_OK;
@@ -82,17 +85,25 @@ HRESULT WalkZMFileTail(const char* path, ZMFileTail* out) {
   ZMHeaderReader reader;
   File file;
   if (FAILED(reader.Open(path, &file, true))) return E_FAIL;
-  const uint64_t dataEnd = reader.header().DataEnd();
+  return WalkZMFileTail(path, file, reader.header(), out);
+}
 
+HRESULT WalkZMFileTail(const std::string& path, const File& file, const ZMFileHeader& header, ZMFileTail* out) {
+  *out = ZMFileTail{};
+  const uint64_t dataEnd = header.DataEnd();
   int64_t pos = kZMDefaultDataOffset;
   const std::string indexPath = IndexNameLastDot(path);
   if (!indexPath.empty() && !LastIndexOffset(indexPath, &pos)) return E_FAIL;
 
-  ZMReadWindow window(file);
+  // The walk covers the records after the last index entry and needs only
+  // their heads: a small window copies little of the payloads it passes.
+  ZMReadWindow window(file, 16 << 10);
+  window.StopAt(dataEnd);
   int64_t knownSize = file.Size();
   uint32_t lastTime = 0;
   for (;;) {
-    out->end = WrapAdd(reader.header().StartTime(), static_cast<int64_t>(lastTime) * kTicksPerMs);
+    out->end = WrapAdd(header.StartTime(), static_cast<int64_t>(lastTime) * kTicksPerMs);
+    out->fileSize = knownSize;
     if (static_cast<uint64_t>(pos) >= dataEnd) {
       out->whole = true;
       return S_OK;

@@ -12,7 +12,11 @@
 // sharing is enforced). No function keeps state between calls.
 #pragma once
 
+#include "dravix/media/zm_format.h"
+#include "dravix/platform/file_io.h"
 #include "dravix/platform/wintypes.h"
+
+#include <string>
 
 namespace dravix::media {
 // Longest path (in bytes, excluding the terminator) the start and end times accept.
@@ -39,12 +43,16 @@ struct ZMFileTail {
   int64_t end = 0;       // start + time of the last whole record walked (FILETIME ticks)
   uint64_t records = 0;  // whole records walked after the index's last entry
   bool whole = false;    // the walk reached the end of the data area
+  int64_t fileSize = -1;  // the file's size as last seen by the walk
 };
 // S_OK with `*out` filled, also when the records stop before the end of the
 // data (a head cut off, a payload length of 0, a payload past the end of
 // the file: then `whole` is false). E_POINTER, or E_FAIL when the file, its
 // header or an index offset cannot be read.
 HRESULT WalkZMFileTail(const char* path, ZMFileTail* out);
+// The same on a recording already open, with its header read.
+HRESULT WalkZMFileTail(const std::string& path, const platform::File& file, const ZMFileHeader& header,
+                       ZMFileTail* out);
 }  // namespace dravix::media
 
 // Video description from the header: the calendar form of start + lead-in,

@@ -55,10 +55,22 @@ class ZMHeaderReader {
   // it was found ("not a recording: bad magic at byte 0"); "" after success.
   const std::string& error() const { return error_; }
 
+  // The head of the record at byte 4096 (where GetZMFileStartTime reads
+  // the first record) when the header's read reached it; false otherwise.
+  bool FirstRecordHead(ZMRecordHead* head) const {
+    if (!hasFirstHead_) return false;
+    *head = firstHead_;
+    return true;
+  }
+
  private:
+  HRESULT ReadAt(platform::File& file, int64_t start, bool skipToData);
+
   ZMFileHeader header_;
   std::vector<ZMStreamEntry> streams_;
   std::string error_;
+  ZMRecordHead firstHead_;
+  bool hasFirstHead_ = false;
 };
 
 }  // namespace dravix::media

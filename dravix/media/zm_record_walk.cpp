@@ -1,5 +1,6 @@
 #include "dravix/media/zm_record_walk.h"
 
+#include <algorithm>
 #include <limits>
 #include <string>
 
@@ -18,14 +19,15 @@ int64_t ZMReadWindow::Get(uint64_t pos, size_t want, const uint8_t** data) {
     }
   }
   if (pos > static_cast<uint64_t>(std::numeric_limits<int64_t>::max())) return 0;
-  const int64_t n = file_.PRead(buffer_.get(), capacity_, static_cast<int64_t>(pos));
+  const size_t ask = pos < end_ ? static_cast<size_t>(std::min<uint64_t>(capacity_, end_ - pos)) : capacity_;
+  const int64_t n = file_.PRead(buffer_.get(), ask, static_cast<int64_t>(pos));
   if (n < 0) {
     valid_ = false;
     return -1;
   }
   base_ = pos;
   filled_ = static_cast<size_t>(n);
-  atEof_ = filled_ < capacity_;
+  atEof_ = filled_ < ask || base_ + filled_ >= end_;
   valid_ = true;
   *data = buffer_.get();
   return n;

@@ -16,6 +16,7 @@
 #include "dravix/media/zm_format.h"
 #include "dravix/platform/file_io.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -34,6 +35,9 @@ class ZMReadWindow {
   int64_t Get(uint64_t pos, size_t want, const uint8_t** data);
 
   size_t capacity() const { return capacity_; }
+  // The walk needs nothing at or past `end`: reads stop there, and the
+  // window answers as at the end of the file from there on.
+  void StopAt(uint64_t end) { end_ = end; }
 
  private:
   const platform::File& file_;
@@ -42,7 +46,8 @@ class ZMReadWindow {
   uint64_t base_ = 0;
   size_t filled_ = 0;
   bool valid_ = false;
-  bool atEof_ = false;  // the last fill stopped at the end of the file
+  bool atEof_ = false;  // the last fill stopped at the end of the file (or at end_)
+  uint64_t end_ = UINT64_MAX;
 };
 
 // One record head read through a window, with up to four payload bytes

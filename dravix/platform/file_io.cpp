@@ -84,7 +84,8 @@ bool File::OpenWith(const char* path, int flags, bool exclusive) {
   }
   if (IoFaultHere(IoKind::kOpen)) return Failed(false);
   // O_NONBLOCK: opening a FIFO must not wait for its other end; the file is
-  // refused below anyway.
+  // refused below anyway. On the regular file that remains the flag changes
+  // nothing, so it is left set.
   int fd = ::open(path, flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY, 0644);
   if (fd < 0) return Failed(false);
   struct stat st {};
@@ -94,7 +95,6 @@ bool File::OpenWith(const char* path, int flags, bool exclusive) {
     t_lastError = S_ISDIR(st.st_mode) ? EISDIR : S_ISREG(st.st_mode) ? err : kErrNotRegular;
     return false;
   }
-  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
   int rc;
   do {
     rc = ::flock(fd, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB);
