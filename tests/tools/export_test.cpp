@@ -30,22 +30,6 @@ namespace fs = std::filesystem;
 constexpr const char* kStart = "2008-03-15 12:00:00";
 constexpr uint32_t kStartSeconds = 1205582400;
 
-struct Shell {
-  int status = -1;
-  std::string out;
-};
-
-Shell Sh(const std::string& cmd) {
-  Shell r;
-  FILE* p = ::popen(cmd.c_str(), "r");
-  if (p == nullptr) return r;
-  char buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-  r.status = ::pclose(p);
-  return r;
-}
-
 std::string Slurp(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   std::ostringstream s;
@@ -66,37 +50,38 @@ std::vector<double> Numbers(const std::string& text) {
 }
 
 int VideoFrames(const std::string& file) {
-  const Shell s =
-      Sh("ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames "
-         "-of csv=p=0 " +
-         Q(file));
-  return s.status == 0 && !s.out.empty() ? std::stoi(s.out) : -1;
+  int status = -1;
+  const std::string out = RunCommand(
+      "ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 " + Q(file),
+      &status);
+  return status == 0 && !out.empty() ? std::stoi(out) : -1;
 }
 
 std::vector<double> FrameTimes(const std::string& file) {
-  return Numbers(Sh("ffprobe -v error -select_streams v:0 -show_entries frame=pts_time -of csv=p=0 " + Q(file)).out);
+  return Numbers(
+      RunCommand("ffprobe -v error -select_streams v:0 -show_entries frame=pts_time -of csv=p=0 " + Q(file)));
 }
 
 double Duration(const std::string& file) {
   const std::vector<double> d =
-      Numbers(Sh("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)).out);
+      Numbers(RunCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)));
   return d.empty() ? -1 : d.front();
 }
 
 // What `ffmpeg -v error` says while decoding the whole file ("" when clean).
 std::string DecodeErrors(const std::string& file) {
-  return Sh("ffmpeg -nostdin -v error -i " + Q(file) + " -f null - 2>&1").out;
+  return RunCommand("ffmpeg -nostdin -v error -i " + Q(file) + " -f null - 2>&1");
 }
 
 // The frame codes of every decoded picture, in order.
 std::vector<FrameCode> Codes(const std::string& file, int width, int height) {
-  const Shell s =
-      Sh("ffmpeg -nostdin -v error -i " + Q(file) + " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
+  const std::string gray = RunCommand("ffmpeg -nostdin -v error -i " + Q(file) +
+                                      " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
   std::vector<FrameCode> codes;
   const size_t frame = static_cast<size_t>(width) * height;
-  for (size_t at = 0; at + frame <= s.out.size(); at += frame) {
+  for (size_t at = 0; at + frame <= gray.size(); at += frame) {
     FrameCode c;
-    EXPECT_TRUE(media::ReadFrameCode(reinterpret_cast<const uint8_t*>(s.out.data() + at), width, width, height, &c));
+    EXPECT_TRUE(media::ReadFrameCode(reinterpret_cast<const uint8_t*>(gray.data() + at), width, width, height, &c));
     codes.push_back(c);
   }
   return codes;
@@ -123,9 +108,9 @@ struct Chapter {
   std::string title;
 };
 std::vector<Chapter> Chapters(const std::string& file) {
-  const Shell s = Sh("ffprobe -v error -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 " + Q(file));
+  std::istringstream in(
+      RunCommand("ffprobe -v error -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 " + Q(file)));
   std::vector<Chapter> v;
-  std::istringstream in(s.out);
   std::string line;
   while (std::getline(in, line)) {
     const size_t comma = line.find(',');
@@ -203,10 +188,11 @@ void Export::WholeRecording(const Case& c) {
     }
     // The stream copy keeps every MJPEG record's bytes as they are.
     if (std::string(c.codec) == "mjpeg") {
-      const Shell copy = Sh("ffmpeg -nostdin -v error -i " + Q(src + ".mkv") + " -map 0:v -c copy -f mjpeg -");
+      const std::string copy =
+          RunCommand("ffmpeg -nostdin -v error -i " + Q(src + ".mkv") + " -map 0:v -c copy -f mjpeg -");
       std::string all;
       for (const std::string& p : payloads) all += p;
-      EXPECT_TRUE(copy.out == all) << "the exported frames differ from the records";
+      EXPECT_TRUE(copy == all) << "the exported frames differ from the records";
     }
   }
 }
@@ -227,18 +213,17 @@ TEST_F(Export, MatroskaCarriesWallClock) {
   const std::string src = Record("cam07.dat", "mjpeg", "320x240", 10, 3);
   const std::string out = Path("cam07.mkv");
   ASSERT_EQ(RunDravix({"export", src, out, "--text", "gate 3", "--text", "north"}).status, 0);
-  const Shell tags = Sh("ffprobe -v error -show_entries format_tags -of default=nw=1 " + Q(out));
-  EXPECT_NE(tags.out.find("TAG:CAMERA=cam07"), std::string::npos) << tags.out;
-  EXPECT_NE(tags.out.find("TAG:TEXT_1=gate 3"), std::string::npos) << tags.out;
-  EXPECT_NE(tags.out.find("TAG:TEXT_2=north"), std::string::npos) << tags.out;
-  EXPECT_NE(tags.out.find("creation_time=2008-03-15T12:00:00"), std::string::npos) << tags.out;
+  const std::string tags = RunCommand("ffprobe -v error -show_entries format_tags -of default=nw=1 " + Q(out));
+  EXPECT_NE(tags.find("TAG:CAMERA=cam07"), std::string::npos) << tags;
+  EXPECT_NE(tags.find("TAG:TEXT_1=gate 3"), std::string::npos) << tags;
+  EXPECT_NE(tags.find("TAG:TEXT_2=north"), std::string::npos) << tags;
+  EXPECT_NE(tags.find("creation_time=2008-03-15T12:00:00"), std::string::npos) << tags;
 
   const std::vector<double> t = FrameTimes(out);
   const std::vector<FrameCode> codes = Codes(out, 320, 240);
   ASSERT_EQ(codes.size(), t.size());
   // SubRip cues: "n", "hh:mm:ss,mmm --> hh:mm:ss,mmm", "2008-03-15 hh:mm:ss".
-  const Shell srt = Sh("ffmpeg -nostdin -v error -i " + Q(out) + " -map 0:s -f srt -");
-  std::istringstream in(srt.out);
+  std::istringstream in(RunCommand("ffmpeg -nostdin -v error -i " + Q(out) + " -map 0:s -f srt -"));
   std::string number, times, text, blank;
   int cues = 0;
   while (std::getline(in, number) && std::getline(in, times) && std::getline(in, text)) {

@@ -40,13 +40,6 @@ std::vector<std::string> Cells(const std::string& line) {
   return cells;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
 bool IsRule(const std::string& line) {
   return !line.empty() && line.find_first_not_of("- ") == std::string::npos && line[0] == '-';
 }

@@ -240,23 +240,6 @@ TEST_F(Conventions, ErrorsSayTheCauseInPlainWords) {
   }
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
-std::string Shell(const std::string& command) {
-  std::string out;
-  FILE* p = ::popen(command.c_str(), "r");
-  if (p == nullptr) return out;
-  char buf[4096];
-  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-  ::pclose(p);
-  return out;
-}
-
 struct Command {
   std::vector<std::string> path;  // after "dravix"
   std::string help;
@@ -373,9 +356,9 @@ TEST(Program, EveryCommandsHelpKeepsOneStyle) {
     // Completing the last word of the command from its first letter offers it.
     std::string words = "dravix";
     for (size_t i = 0; i + 1 < c.path.size(); ++i) words += " " + c.path[i];
-    const std::string offered =
-        Shell("bash -c 'source " + script + "; COMP_WORDS=(" + words + " " + c.path.back().substr(0, 1) +
-              "); COMP_CWORD=" + std::to_string(c.path.size()) + "; _dravix; printf \"%s\\n\" \"${COMPREPLY[@]}\"'");
+    const std::string offered = RunCommand(
+        "bash -c 'source " + script + "; COMP_WORDS=(" + words + " " + c.path.back().substr(0, 1) +
+        "); COMP_CWORD=" + std::to_string(c.path.size()) + "; _dravix; printf \"%s\\n\" \"${COMPREPLY[@]}\"'");
     EXPECT_NE(("\n" + offered).find("\n" + c.path.back() + "\n"), std::string::npos) << offered;
   }
   std::remove(script.c_str());

@@ -20,21 +20,9 @@
 namespace dravix::test {
 namespace {
 
-// Standard output of a shell command.
-std::string Capture(const std::string& command) {
-  std::string out;
-  FILE* p = ::popen(command.c_str(), "r");
-  if (p == nullptr) return out;
-  char buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  ::pclose(p);
-  return out;
-}
-
 // The frame number drawn in a picture file, decoded by the ffmpeg program.
 int64_t FrameNumberIn(const std::string& picture, int width, int height) {
-  const std::string gray = Capture("ffmpeg -v error -i '" + picture + "' -f rawvideo -pix_fmt gray -");
+  const std::string gray = RunCommand("ffmpeg -v error -i '" + picture + "' -f rawvideo -pix_fmt gray -");
   if (gray.size() != static_cast<size_t>(width) * height) return -1;
   media::FrameCode code;
   if (!media::ReadFrameCode(reinterpret_cast<const uint8_t*>(gray.data()), width, width, height, &code)) return -1;
@@ -118,7 +106,7 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
     const ProgramResult r = RunDravix({"frame", Path(c.src), "--at", "2008-03-15 12:00:01.350", Path(c.out)});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string probe =
-        Capture("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 '" + Path(c.out) + "'");
+        RunCommand("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 '" + Path(c.out) + "'");
     EXPECT_EQ(probe, c.codec + "," + std::to_string(c.width) + "," + std::to_string(c.height) + "\n");
     EXPECT_EQ(FrameNumberIn(Path(c.out), c.width, c.height), 13);
   }
