@@ -2,8 +2,7 @@
 // statuses, --version, --home, predicates, interface languages and errors
 // in plain words; help in one style for every command, with the manual page
 // and the bash completion made from the same commands.
-#include "tests/support/run_program.h"
-#include "tests/support/test_home.h"
+#include "tests/support/program_home.h"
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -30,11 +29,6 @@ TEST(Program, ExitStatusSaysSuccessFailureOrUsage) {
   EXPECT_EQ(usage.err.rfind("dravix: ", 0), 0u) << usage.err;
   const ProgramResult failure = RunDravix({"probe", "/nonexistent/cam01.dat"});
   EXPECT_EQ(failure.status, 1) << failure.err;
-
-  const ProgramResult version = RunDravix({"--version"});
-  EXPECT_EQ(version.status, 0) << version.err;
-  EXPECT_EQ(version.out.rfind("dravix " DRAVIX_VERSION "\n", 0), 0u) << version.out;
-  EXPECT_NE(version.out.find("libavcodec "), std::string::npos) << version.out;
 }
 
 // `files has` is a predicate: its exit status answers as well as its text.
@@ -60,7 +54,7 @@ TEST(Program, FilesHasAnswersWithItsExitStatus) {
 TEST(Program, VersionNamesTheProgramAndTheLibrariesItWasBuiltWith) {
   const ProgramResult r = RunDravix({"--version"});
   EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_EQ(r.out.rfind("dravix 0.", 0), 0u) << r.out;
+  EXPECT_EQ(r.out.rfind("dravix " DRAVIX_VERSION "\n", 0), 0u) << r.out;
   for (const char* library :
        {"libavformat", "libavcodec", "libavutil", "libswscale", "pugixml", "unixODBC", "CLI11", "nlohmann_json"})
     EXPECT_NE(r.out.find(std::string("\n  ") + library + " "), std::string::npos) << library << "\n" << r.out;
@@ -68,25 +62,14 @@ TEST(Program, VersionNamesTheProgramAndTheLibrariesItWasBuiltWith) {
   EXPECT_EQ(r.out.find("did not say"), std::string::npos) << r.out;
 }
 
-class Conventions : public TestHome {
+class Conventions : public ProgramHome {
  protected:
-  void SetUp() override {
-    TestHome::SetUp();
-    odbc_ = MakeTempFolder("dravix-program-odbc-");
-    options_.env = {{"ODBCINI", odbc_ + "odbc.ini"}};
-  }
-  void TearDown() override {
-    RemoveTree(odbc_);
-    TestHome::TearDown();
-  }
-  ProgramResult Run(std::vector<std::string> args, const std::string& input = "") {
+  // Runs `dravix args...` as given: the cases name their own --home.
+  ProgramResult Run(const std::vector<std::string>& args, const std::string& input = "") {
     ProgramOptions o = options_;
     o.input = input;
     return RunDravix(args, o);
   }
-
-  std::string odbc_;
-  ProgramOptions options_;
 };
 
 // A mistyped --home is wrong usage that names the folder, and creates
