@@ -16,8 +16,7 @@ namespace {
 // to and including the next `to` by `with`.
 void EditFile(const std::string& path, const std::string& anchor, const std::string& from, const std::string& to,
               const std::string& with) {
-  std::ifstream in(path, std::ios::binary);
-  std::string text{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  std::string text = TestHome::ReadFile(path);
   const size_t a = text.find(anchor);
   ASSERT_NE(a, std::string::npos) << anchor;
   const size_t f = text.find(from, a);

@@ -14,7 +14,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -29,13 +28,6 @@ namespace fs = std::filesystem;
 // code's clock): 2008-03-15 12:00:00 local wall clock.
 constexpr const char* kStart = "2008-03-15 12:00:00";
 constexpr uint32_t kStartSeconds = 1205582400;
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 std::string Q(const std::string& s) { return "'" + s + "'"; }
 
@@ -89,7 +81,7 @@ std::vector<FrameCode> Codes(const std::string& file, int width, int height) {
 
 // The video payloads of a recording, read straight from its records.
 std::vector<std::string> VideoPayloads(const std::string& path) {
-  const std::string bytes = Slurp(path);
+  const std::string bytes = TestHome::ReadFile(path);
   std::vector<std::string> out;
   const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
   if (bytes.size() < media::kZMHeaderSize) return out;
@@ -286,7 +278,7 @@ TEST_F(Export, RangeStartsAtKeyPictureOrExactly) {
 // neither is changed.
 TEST_F(Export, TornAndGrowingRecordings) {
   const std::string whole = Record("w.dat", "mjpeg", "320x240", 10, 2);
-  const std::string bytes = Slurp(whole);
+  const std::string bytes = ReadFile(whole);
   const std::vector<std::string> payloads = VideoPayloads(whole);
   // Cut in the middle of the 15th video record's payload.
   const size_t cut = bytes.find(payloads[14]) + payloads[14].size() / 2;
@@ -298,7 +290,7 @@ TEST_F(Export, TornAndGrowingRecordings) {
   EXPECT_NE(r.err.find("incomplete record"), std::string::npos) << r.err;
   EXPECT_EQ(VideoFrames(Path("torn.mkv")), 14);
   EXPECT_EQ(DecodeErrors(Path("torn.mkv")), "");
-  EXPECT_EQ(Slurp(torn), bytes.substr(0, cut));
+  EXPECT_EQ(ReadFile(torn), bytes.substr(0, cut));
 
   // Damage inside the data (a picture start broken) stops there and says so.
   std::string broken = bytes;
@@ -308,7 +300,7 @@ TEST_F(Export, TornAndGrowingRecordings) {
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_NE(r.err.find("invalid record"), std::string::npos) << r.err;
   EXPECT_EQ(VideoFrames(Path("broken.mkv")), 5);
-  EXPECT_EQ(Slurp(Path("broken.dat")), broken);
+  EXPECT_EQ(ReadFile(Path("broken.dat")), broken);
 
   // Growing: this process keeps writing while the program exports. Each
   // picture is padded after its end to the writer's direct-write size, so
@@ -386,15 +378,15 @@ TEST_F(Export, RefusesAndLeavesNothingHalfWritten) {
     EXPECT_FALSE(fs::exists(Path("s.mkv")));
   }
   // The output is the source under another name: refused, source intact.
-  const std::string before = Slurp(src);
+  const std::string before = ReadFile(src);
   fs::create_hard_link(src, Path("same.mkv"));
   const ProgramResult same = RunDravix({"export", src, Path("same.mkv")});
   EXPECT_EQ(same.status, 2) << same.err;
-  EXPECT_EQ(Slurp(src), before);
+  EXPECT_EQ(ReadFile(src), before);
   // A failed export leaves an existing output as it was.
   WriteFile("keep.mkv", "old");
   EXPECT_EQ(RunDravix({"export", Path("none.dat"), Path("keep.mkv")}).status, 1);
-  EXPECT_EQ(Slurp(Path("keep.mkv")), "old");
+  EXPECT_EQ(ReadFile(Path("keep.mkv")), "old");
 }
 
 }  // namespace

@@ -3,8 +3,7 @@
 // pictures they write open in Debian's ffprobe/ffmpeg and show the frame
 // asked for.
 #include "dravix/media/frame_code.h"
-#include "tests/support/run_program.h"
-#include "tests/support/test_home.h"
+#include "tests/tools/media_tool_util.h"
 
 #include <gtest/gtest.h>
 
@@ -27,12 +26,6 @@ int64_t FrameNumberIn(const std::string& picture, int width, int height) {
   media::FrameCode code;
   if (!media::ReadFrameCode(reinterpret_cast<const uint8_t*>(gray.data()), width, width, height, &code)) return -1;
   return code.frame;
-}
-
-std::vector<std::string> Files(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) names.push_back(e.path().filename().string());
-  return names;
 }
 
 class TestRecordingCommand : public TestHome {};
@@ -63,7 +56,7 @@ TEST_F(TestRecordingCommand, RefusesWhatMakesNoRecordAndWritesNothing) {
   const ProgramResult r = RunDravix({"write-test-recording", Path("missing/rec.dat"), "--seconds", "1"});
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_NE(r.err.find("missing/rec.dat"), std::string::npos) << r.err;
-  EXPECT_TRUE(Files(home()).empty());
+  EXPECT_TRUE(std::filesystem::is_empty(home()));
 }
 
 TEST_F(TestRecordingCommand, AKilledWriterLeavesNoFileAndAFinishedOneBoth) {
@@ -73,14 +66,14 @@ TEST_F(TestRecordingCommand, AKilledWriterLeavesNoFileAndAFinishedOneBoth) {
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   ::kill(pid, SIGKILL);
   EXPECT_EQ(WaitProgram(pid), 128 + SIGKILL);
-  EXPECT_TRUE(Files(home()).empty()) << "a killed writer leaves neither the recording nor its index";
+  EXPECT_TRUE(std::filesystem::is_empty(home())) << "a killed writer leaves neither the recording nor its index";
 
   const ProgramResult r =
       RunDravix({"write-test-recording", Path("rec.dat"), "--seconds", "1", "--size", "128x96", "--fps", "5"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(std::filesystem::exists(Path("rec.dat")));
   EXPECT_TRUE(std::filesystem::exists(Path("rec.idx")));
-  EXPECT_EQ(Files(home()).size(), 2u);
+  EXPECT_EQ(Snapshot(home()).size(), 2u);
 }
 
 TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked) {
@@ -112,8 +105,7 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
   }
 
   // Output refused or impossible: nothing new appears, the recording stays.
-  const auto before = Files(home());
-  const std::string recording = ReadFile(Path("m.dat"));
+  const FolderBytes before = Snapshot(home());
   const std::vector<std::pair<std::vector<std::string>, int>> bad = {
       {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("m.dat")}, 2},  // not a picture name
       {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("x.png")}, 2},
@@ -128,8 +120,7 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
     EXPECT_EQ(r.status, status) << args[1] << " " << args[3] << " " << args[4] << ": " << r.err;
     EXPECT_FALSE(r.err.empty());
   }
-  EXPECT_EQ(Files(home()), before);
-  EXPECT_EQ(ReadFile(Path("m.dat")), recording);
+  EXPECT_EQ(Snapshot(home()), before);
 }
 
 }  // namespace
