@@ -100,10 +100,20 @@ TEST_F(Edits, ConfigSetTakesOnlyValuesTheSettingHolds) {
   EXPECT_NE(Run({"config", "set", "General/SiteName", std::string(40, 'x')}).err.find("bytes"), std::string::npos);
 }
 
+// Read-only commands leave the folder as they found it. In a new, empty
+// folder the ones that need interface texts (the default account, the
+// default names) read the language databases built beside the program, and
+// copy none of them into the folder.
 TEST_F(Edits, ReadOnlyCommandsWriteNothing) {
-  const std::vector<std::vector<std::string>> commands = {
-      {"users", "list"},    {"config", "show", "General"}, {"config", "get", "General/SiteName"},
-      {"schedule", "show"}, {"schedule", "show", "3"},     {"switches"}};
+  const struct {
+    std::vector<std::string> args;
+    std::string fresh;  // a text only the language databases give, in a new folder
+  } commands[] = {{{"users", "list"}, "Admin"},
+                  {{"config", "show", "General"}, "\xe7\x9b\xa3\xe6\x8e\xa7\xe7\xab\x99"},  // the CHT site name
+                  {{"config", "get", "General/SiteName"}, ""},
+                  {{"schedule", "show"}, ""},
+                  {{"schedule", "show", "3"}, ""},
+                  {{"switches"}, ""}};
   for (const bool filled : {false, true}) {
     if (filled) {
       ASSERT_EQ(Run({"config", "set", "General/SiteName", "x"}).status, 0);
@@ -111,10 +121,15 @@ TEST_F(Edits, ReadOnlyCommandsWriteNothing) {
       ASSERT_EQ(Run({"schedule", "enable", "3"}).status, 0);
     }
     const auto before = Snapshot(home());
-    for (const auto& args : commands) {
-      const ProgramResult r = Run(args);
-      EXPECT_EQ(r.status, 0) << args[0] << " " << r.err;
-      EXPECT_EQ(Snapshot(home()), before) << args[0] << " " << (args.size() > 1 ? args[1] : "") << " wrote";
+    for (const auto& c : commands) {
+      SCOPED_TRACE(c.args[0] + " " + (c.args.size() > 1 ? c.args[1] : "") + (filled ? " (filled)" : " (new)"));
+      const ProgramResult r = Run(c.args);
+      EXPECT_EQ(r.status, 0) << r.err;
+      EXPECT_EQ(r.err.find("Database Open Error"), std::string::npos) << r.err;
+      if (!filled && !c.fresh.empty()) {
+        EXPECT_NE(r.out.find(c.fresh), std::string::npos) << r.out;
+      }
+      EXPECT_EQ(Snapshot(home()), before) << "wrote";
     }
   }
 }
