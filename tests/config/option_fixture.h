@@ -7,6 +7,7 @@
 #include "dravix/config/option_visitor.h"
 #include "dravix/config/optiontext.h"
 #include "dravix/config/xmldoc.h"
+#include "tests/support/run_program.h"
 #include "tests/support/test_home.h"
 
 #include <cstdio>
@@ -41,20 +42,6 @@ class OptionHome : public TestHome {
     return o;
   }
 };
-
-// Runs a shell command; returns what it printed on stdout and, in
-// *status, its wait status.
-inline std::string RunCommand(const std::string& command, int* status) {
-  std::string out;
-  *status = -1;
-  FILE* p = popen(command.c_str(), "r");
-  if (p == nullptr) return out;
-  char buf[4096];
-  size_t n;
-  while ((n = fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  *status = pclose(p);
-  return out;
-}
 
 // The result of an XPath expression on a file, by xmllint (libxml2): a
 // parser that shares nothing with ours. "<error>" when xmllint fails.

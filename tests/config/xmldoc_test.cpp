@@ -12,16 +12,11 @@
 namespace dravix::test {
 namespace {
 
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
 // Replaces, in the file, the text from the first `from` after `anchor` up
 // to and including the next `to` by `with`.
 void EditFile(const std::string& path, const std::string& anchor, const std::string& from, const std::string& to,
               const std::string& with) {
-  std::string text = Slurp(path);
+  std::string text = TestHome::ReadFile(path);
   const size_t a = text.find(anchor);
   ASSERT_NE(a, std::string::npos) << anchor;
   const size_t f = text.find(from, a);
@@ -250,7 +245,7 @@ TEST_F(XmlDocTest, SavedDocumentsHoldOnlyCharactersXmlAllows) {
   config::CopyOptionText(o->dsDVROption.dsGeneral.szSiteName, "bell\x07 esc\x1b tab\t end");
   config::CopyOptionText(o->dsDVROption.dsCamera[0].szName, "bad \xff\xc3 bytes");
   ASSERT_EQ(ZXMLMGR().SaveOption(*o, 0), 1);
-  EXPECT_TRUE(wellFormed()) << Slurp(DocPath());
+  EXPECT_TRUE(wellFormed()) << ReadFile(DocPath());
   auto back = LoadFresh();
   EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "bell esc tab\t end");
   EXPECT_STREQ(back->dsDVROption.dsCamera[0].szName, "bad  bytes");
@@ -265,13 +260,13 @@ TEST_F(XmlDocTest, SavedDocumentsHoldOnlyCharactersXmlAllows) {
   EXPECT_EQ(std::string(back->dsDVROption.dsCamera[2].szName), std::string(29, 'n'));
   EXPECT_EQ(std::string(back->dsDVROption.dsCamera[3].szName), std::string(27, 'n') + "\xf0\x9f\x93\xb7");
   ASSERT_EQ(ZXMLMGR().SaveOption(*back, 0), 1);
-  EXPECT_TRUE(wellFormed()) << Slurp(DocPath());
+  EXPECT_TRUE(wellFormed()) << ReadFile(DocPath());
   EXPECT_STREQ(LoadFresh()->dsDVROption.dsGeneral.szSiteName, "abc");
 
   // The in-memory path saves the same bytes as the file.
   std::string saved;
   ZXMLMGR mem;
-  const std::string file = Slurp(DocPath());
+  const std::string file = ReadFile(DocPath());
   auto m = NewOption();
   mem.LoadOptionFromBuffer(file.data(), file.size(), *m);
   EXPECT_EQ(mem.LastLoadParsed(), 1);
@@ -288,7 +283,7 @@ TEST_F(XmlDocTest, SavedDocumentsHoldOnlyCharactersXmlAllows) {
   EXPECT_EQ(parsed, 1);
   EXPECT_STREQ(back->dsDVROption.dsGeneral.szSiteName, "kept");
   ASSERT_EQ(ZXMLMGR().SaveOption(*back, 0), 1);
-  EXPECT_TRUE(wellFormed()) << Slurp(DocPath()).substr(0, 400);
+  EXPECT_TRUE(wellFormed()) << ReadFile(DocPath()).substr(0, 400);
 }
 
 TEST_F(XmlDocTest, PathStepsMatchLocalNamesAndAForeignRootTakesNothing) {

@@ -44,7 +44,7 @@ struct Record {
 };
 
 std::vector<Record> RecordsOf(const std::string& path) {
-  const std::string bytes = Slurp(path);
+  const std::string bytes = TestHome::ReadFile(path);
   const ZMFileHeader header = HeaderOf(path);
   std::vector<Record> out;
   for (const PlannedRecord& p : HeadsOf(path, header.DataOffset(), header.DataLength())) {

@@ -32,11 +32,11 @@ class ZCheckTest : public TestHome {
 TEST_F(ZCheckTest, AnIntactFileIsLeftAloneAndReportsTheRecordBeforeTheLast) {
   const auto plan = Plan(3);
   WritePlan(rec, plan);
-  const std::string before = Slurp(rec), indexBefore = Slurp(idx);
+  const std::string before = ReadFile(rec), indexBefore = ReadFile(idx);
   __int64 end = 0;
   EXPECT_EQ(S_OK, ZCheckZMFile(rec.c_str(), &end));
-  EXPECT_EQ(before, Slurp(rec));
-  EXPECT_EQ(indexBefore, Slurp(idx));
+  EXPECT_EQ(before, ReadFile(rec));
+  EXPECT_EQ(indexBefore, ReadFile(idx));
   EXPECT_EQ(ZmOf(TestStart() + Ms(plan[plan.size() - 2].time)), end);
 }
 
@@ -47,9 +47,9 @@ TEST_F(ZCheckTest, FilesItCannotUseAreLeftUntouched) {
   __int64 end = 12345;
   // Wrong magic.
   Patch(rec, 0, {'X'});
-  const std::string badMagic = Slurp(rec);
+  const std::string badMagic = ReadFile(rec);
   EXPECT_EQ(S_OK, ZCheckZMFile(rec.c_str(), &end));
-  EXPECT_EQ(badMagic, Slurp(rec));
+  EXPECT_EQ(badMagic, ReadFile(rec));
   // Missing, null, and open elsewhere (a recording still being written).
   EXPECT_EQ(S_OK, ZCheckZMFile(Path("none.dat").c_str(), &end));
   EXPECT_EQ(S_OK, ZCheckZMFile(nullptr, &end));
@@ -59,11 +59,11 @@ TEST_F(ZCheckTest, FilesItCannotUseAreLeftUntouched) {
   const uint8_t frame[] = {0, 0, 0x80, 1, 2, 3};
   ASSERT_EQ(S_OK, writer.AddRecord(0, 0, frame, sizeof frame, true));
   writer.Abandon();
-  const std::string live = Slurp(Path("live.dat"));
+  const std::string live = ReadFile(Path("live.dat"));
   platform::File open;
   ASSERT_TRUE(open.OpenRead(Path("live.dat").c_str()));
   EXPECT_EQ(S_OK, ZCheckZMFile(Path("live.dat").c_str(), &end));
-  EXPECT_EQ(live, Slurp(Path("live.dat")));
+  EXPECT_EQ(live, ReadFile(Path("live.dat")));
   EXPECT_EQ(12345, end);
   open.Close();
   // Closed, the abandoned recording is repaired (open-ended header trimmed).
@@ -113,14 +113,14 @@ TEST_F(ZCheckTest, AnIndexEntryThatMissesARecordHeadIsCutThere) {
   uint8_t e[16];
   StoreIndexEntry(e, ZMIndexEntry{index[3].time, index[3].frame, index[3].offset + 4});
   Patch(idx, 16 + 3 * 16, std::vector<uint8_t>(e, e + 16));
-  const std::string data = Slurp(rec);
+  const std::string data = ReadFile(rec);
   __int64 end = 0;
   ZCheckZMFile(rec.c_str(), &end);
-  EXPECT_EQ(data, Slurp(rec));
+  EXPECT_EQ(data, ReadFile(rec));
   EXPECT_EQ(16u + 3 * 16, std::filesystem::file_size(idx));
-  const std::string cut = Slurp(idx);
+  const std::string cut = ReadFile(idx);
   ZCheckZMFile(rec.c_str(), &end);
-  EXPECT_EQ(cut, Slurp(idx));
+  EXPECT_EQ(cut, ReadFile(idx));
   // The readers agree with and without the shortened index.
   FILETIME withIndex{}, without{};
   ASSERT_EQ(S_OK, GetZMFileEndTime(rec.c_str(), &withIndex));
@@ -159,15 +159,15 @@ TEST_F(ZCheckTest, PowerLossAtManyPositionsInTheLastRecords) {
       EXPECT_EQ(ZmOf(TestStart() + Ms(plan[whole - 2].time)), end);
       const auto heads = HeadsOf(rec, kZMDefaultDataOffset, h.DataLength());
       ASSERT_EQ(whole - 1, heads.size());
-      const std::string now = Slurp(rec), was = Slurp(original);
+      const std::string now = ReadFile(rec), was = ReadFile(original);
       ASSERT_EQ(was.substr(kZMDefaultDataOffset, h.DataLength()), now.substr(kZMDefaultDataOffset, h.DataLength()));
 
       // A second check changes nothing.
       ZCheckZMFile(rec.c_str(), &end);
-      EXPECT_EQ(now, Slurp(rec));
-      const std::string indexNow = Slurp(idx);
+      EXPECT_EQ(now, ReadFile(rec));
+      const std::string indexNow = ReadFile(idx);
       ZCheckZMFile(rec.c_str(), &end);
-      EXPECT_EQ(indexNow, Slurp(idx));
+      EXPECT_EQ(indexNow, ReadFile(idx));
 
       // Every reader accepts the file.
       FILETIME ft{};

@@ -118,7 +118,7 @@ TEST_F(ZMReaderTest, NullPointersMissingFilesWrongMagicAndWrongStreamTag) {
 }
 
 TEST_F(ZMReaderTest, EveryTruncatedHeaderAndAHugeFormatLengthIsAShortRead) {
-  const std::string whole = Slurp(rec);
+  const std::string whole = ReadFile(rec);
   const uint32_t headerEnd = HeaderOf(rec).HeaderLength();
   ASSERT_EQ(kZMHeaderSize + 164u + 94u, headerEnd);
   for (uint32_t n = 0; n < headerEnd; ++n) {
@@ -164,7 +164,7 @@ TEST_F(ZMReaderTest, EndTimeWalksFromTheLastIndexEntry) {
   ASSERT_EQ(S_OK, GetZMFileEndTime(rec.c_str(), &ft));
   EXPECT_EQ(TestStart() + Ms(plan.back().time), FileTimeToInt64(ft));
   // A final partial entry of up to 8 bytes keeps the previous offset.
-  const std::string idx = Slurp(Path("cam01.idx"));
+  const std::string idx = ReadFile(Path("cam01.idx"));
   Spit(Path("cam01.idx"), idx + std::string(8, '\x7f'));
   ASSERT_EQ(S_OK, GetZMFileEndTime(rec.c_str(), &ft));
   EXPECT_EQ(TestStart() + Ms(plan.back().time), FileTimeToInt64(ft));
@@ -262,7 +262,7 @@ TEST_F(ZMReaderTest, IndexNamesDifferBetweenTheFunctionsForAFolderWithADot) {
   __int64 end = 0;
   ZCheckZMFile(dotted.c_str(), &end);
   EXPECT_EQ(32u, std::filesystem::file_size(Path("rec.v2/cam01.idx")));
-  EXPECT_EQ(decoy, Slurp(Path("rec.idx")));
+  EXPECT_EQ(decoy, ReadFile(Path("rec.idx")));
 }
 
 }  // namespace

@@ -7,12 +7,12 @@
 #include "dravix/base/ztime.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_writer.h"
+#include "tests/support/test_home.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -90,20 +90,13 @@ inline void WritePlan(const std::string& path, const std::vector<PlannedRecord>&
     w.Abandon();
 }
 
-inline std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 inline void Spit(const std::string& path, const std::string& bytes) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 inline void Patch(const std::string& path, uint64_t offset, const std::vector<uint8_t>& bytes) {
-  std::string s = Slurp(path);
+  std::string s = TestHome::ReadFile(path);
   ASSERT_LE(offset + bytes.size(), s.size());
   std::copy(bytes.begin(), bytes.end(), s.begin() + static_cast<std::ptrdiff_t>(offset));
   Spit(path, s);
@@ -113,14 +106,14 @@ inline void CutTo(const std::string& path, uint64_t size) { std::filesystem::res
 
 inline media::ZMFileHeader HeaderOf(const std::string& path) {
   media::ZMFileHeader h;
-  const std::string s = Slurp(path);
+  const std::string s = TestHome::ReadFile(path);
   if (s.size() >= media::kZMHeaderSize) std::copy(s.begin(), s.begin() + media::kZMHeaderSize, h.bytes);
   return h;
 }
 
 inline std::vector<media::ZMIndexEntry> IndexOf(const std::string& indexPath) {
   std::vector<media::ZMIndexEntry> out;
-  const std::string s = Slurp(indexPath);
+  const std::string s = TestHome::ReadFile(indexPath);
   for (size_t at = 16; at + 16 <= s.size(); at += 16)
     out.push_back(media::ParseIndexEntry(reinterpret_cast<const uint8_t*>(s.data() + at)));
   return out;
@@ -129,7 +122,7 @@ inline std::vector<media::ZMIndexEntry> IndexOf(const std::string& indexPath) {
 // Record heads of the data area [from, from + length), walked directly.
 inline std::vector<PlannedRecord> HeadsOf(const std::string& path, uint64_t from, uint64_t length) {
   std::vector<PlannedRecord> out;
-  const std::string s = Slurp(path);
+  const std::string s = TestHome::ReadFile(path);
   uint64_t at = from;
   while (at + 10 <= from + length && at + 10 <= s.size()) {
     const auto h = media::ParseRecordHead(reinterpret_cast<const uint8_t*>(s.data() + at));

@@ -14,7 +14,7 @@ class WriterTest : public TestHome {};
 TEST_F(WriterTest, HeaderAndStreamRecordsSitWhereReadersLook) {
   const auto plan = Plan(2);
   WritePlan(Path("a.dat"), plan, kCodecMJPEG, 6);
-  const std::string b = Slurp(Path("a.dat"));
+  const std::string b = ReadFile(Path("a.dat"));
   auto u32 = [&](size_t at) { return LoadLE<uint32_t>(reinterpret_cast<const uint8_t*>(b.data() + at)); };
   auto guid = [&](size_t at) { return LoadGuid(reinterpret_cast<const uint8_t*>(b.data() + at)); };
   EXPECT_EQ("ZMFF", b.substr(0, 4));
@@ -93,7 +93,7 @@ TEST_F(WriterTest, IndexHasEveryKeyFrameAndOneEntryASecond) {
 TEST_F(WriterTest, AppendedBytesSplitAnywhereMakeTheSameFileAndIndex) {
   const auto plan = Plan(2, 10, 5, 80);
   WritePlan(Path("a.dat"), plan);
-  const std::string original = Slurp(Path("a.dat")), originalIndex = Slurp(Path("a.idx"));
+  const std::string original = ReadFile(Path("a.dat")), originalIndex = ReadFile(Path("a.idx"));
   const std::string data = original.substr(4096);
   std::vector<uint8_t> streams(original.begin() + 69, original.begin() + HeaderOf(Path("a.dat")).HeaderLength());
   for (size_t piece : {1u, 3u, 10u, 11u, 97u, 4000u}) {
@@ -106,8 +106,8 @@ TEST_F(WriterTest, AppendedBytesSplitAnywhereMakeTheSameFileAndIndex) {
                 w.AppendRecordBytes(reinterpret_cast<const uint8_t*>(data.data() + at), std::min(piece, total - at)));
     ASSERT_EQ(S_OK, w.Close());
     EXPECT_EQ(plan[plan.size() - 2].time, HeaderOf(Path("b.dat")).Duration() / 10000) << piece;
-    EXPECT_EQ(original.substr(4096, plan.back().offset - 4096), Slurp(Path("b.dat")).substr(4096)) << piece;
-    const std::string index = Slurp(Path("b.idx"));
+    EXPECT_EQ(original.substr(4096, plan.back().offset - 4096), ReadFile(Path("b.dat")).substr(4096)) << piece;
+    const std::string index = ReadFile(Path("b.idx"));
     EXPECT_EQ(originalIndex.substr(0, index.size()), index) << piece;
   }
 }
@@ -118,7 +118,7 @@ TEST_F(WriterTest, AnAbandonedFileKeepsAnOpenEndedHeader) {
   const ZMFileHeader h = HeaderOf(Path("a.dat"));
   EXPECT_EQ(ZMRecordingWriter::kOpenDataLength, h.DataLength());
   EXPECT_EQ(ZMRecordingWriter::kOpenDuration, h.Duration());
-  EXPECT_EQ(EndOf(plan.back()), Slurp(Path("a.dat")).size());
+  EXPECT_EQ(EndOf(plan.back()), ReadFile(Path("a.dat")).size());
 }
 
 }  // namespace

@@ -43,7 +43,7 @@ class ClipTest : public TestHome {
     const ZMFileHeader h = HeaderOf(dst);
     const auto heads = HeadsOf(dst, kZMDefaultDataOffset, h.DataLength());
     ASSERT_EQ(want.size(), heads.size());
-    const std::string clip = Slurp(dst), source = Slurp(src);
+    const std::string clip = ReadFile(dst), source = ReadFile(src);
     uint64_t at = kZMDefaultDataOffset;
     for (size_t i = 0; i < want.size(); ++i) {
       ASSERT_EQ(source.substr(want[i].offset, 10 + want[i].length), clip.substr(at, 10 + want[i].length)) << i;
@@ -71,8 +71,8 @@ TEST_F(ClipTest, AMiddleRangeTakesItsRecordsAndAFinishedHeader) {
   EXPECT_EQ(Ms(want.back().time), h.Duration());
   EXPECT_EQ(s.DataOffset(), h.DataOffset());
   EXPECT_EQ(s.HeaderLength(), h.HeaderLength());
-  EXPECT_EQ(Slurp(src).substr(kZMHeaderSize, s.HeaderLength() - kZMHeaderSize),
-            Slurp(dst).substr(kZMHeaderSize, s.HeaderLength() - kZMHeaderSize));
+  EXPECT_EQ(ReadFile(src).substr(kZMHeaderSize, s.HeaderLength() - kZMHeaderSize),
+            ReadFile(dst).substr(kZMHeaderSize, s.HeaderLength() - kZMHeaderSize));
 
   // The clip is a recording like any other: the readers agree on it, its
   // index points at its records and the check leaves it as it is.
@@ -98,11 +98,11 @@ TEST_F(ClipTest, AMiddleRangeTakesItsRecordsAndAFinishedHeader) {
     if (r.stream == 0) ++frames;
   }
   EXPECT_EQ(index.size(), e) << "an index entry points between records";
-  const std::string clip = Slurp(dst), clipIndex = Slurp(Path("clip.idx"));
+  const std::string clip = ReadFile(dst), clipIndex = ReadFile(Path("clip.idx"));
   __int64 end = 0;
   ZCheckZMFile(dst.c_str(), &end);
-  EXPECT_EQ(clip, Slurp(dst));
-  EXPECT_EQ(clipIndex, Slurp(Path("clip.idx")));
+  EXPECT_EQ(clip, ReadFile(dst));
+  EXPECT_EQ(clipIndex, ReadFile(Path("clip.idx")));
 }
 
 TEST_F(ClipTest, RangesBeforeAndAfterTheRecording) {
@@ -147,7 +147,7 @@ TEST_F(ClipTest, TheTextListKeepsItsArithmetic) {
     ZMEtoZME job;
     job.ConvertZMEToZME(dst.c_str(), src.c_str(), &from, &to, c.list.c_str());
     const ZMFileHeader h = HeaderOf(dst);
-    const std::string area = Slurp(dst).substr(h.HeaderLength(), h.DataOffset() - h.HeaderLength());
+    const std::string area = ReadFile(dst).substr(h.HeaderLength(), h.DataOffset() - h.HeaderLength());
     EXPECT_EQ(c.stored, area.substr(0, c.stored.size())) << c.list.substr(0, 8);
     EXPECT_EQ(std::string(area.size() - c.stored.size(), '\0'), area.substr(c.stored.size()));
   }
@@ -180,14 +180,14 @@ TEST_F(ClipTest, AStopRequestEndsTheCopyAndLeavesTheHeaderUnfinished) {
     stoppedHalfWay = true;
     // The writer closed what it had; the lead-in and text list were never written.
     EXPECT_EQ(0, h.LeadIn());
-    EXPECT_EQ('\0', Slurp(dst)[h.HeaderLength()]);
+    EXPECT_EQ('\0', ReadFile(dst)[h.HeaderLength()]);
     EXPECT_GT(h.DataLength(), 0u);
     FILETIME ft{};
     EXPECT_EQ(S_OK, GetZMFileEndTime(dst.c_str(), &ft));
     __int64 end = 0;
-    const std::string before = Slurp(dst);
+    const std::string before = ReadFile(dst);
     ZCheckZMFile(dst.c_str(), &end);
-    EXPECT_EQ(before, Slurp(dst));
+    EXPECT_EQ(before, ReadFile(dst));
   }
   EXPECT_TRUE(stoppedHalfWay);
 

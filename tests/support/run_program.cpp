@@ -8,7 +8,9 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <sstream>
 #include <stdexcept>
 
 namespace dravix::test {
@@ -123,5 +125,24 @@ int WaitProgram(pid_t pid) {
 }
 
 bool CanRunAs(const std::string& user) { return ::geteuid() == 0 && ::getpwnam(user.c_str()) != nullptr; }
+
+std::string RunCommand(const std::string& command, int* status) {
+  std::string out;
+  if (status != nullptr) *status = -1;
+  FILE* p = ::popen(command.c_str(), "r");
+  if (p == nullptr) return out;
+  char buf[65536];
+  for (size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+  const int raw = ::pclose(p);
+  if (status != nullptr) *status = raw;
+  return out;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  return lines;
+}
 
 }  // namespace dravix::test

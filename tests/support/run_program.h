@@ -39,4 +39,11 @@ int WaitProgram(pid_t pid);
 // run as that unprivileged user.
 bool CanRunAs(const std::string& user);
 
+// Runs a shell command; returns what it printed on standard output and, in
+// *status when given, its wait status (-1 when it could not be started).
+std::string RunCommand(const std::string& command, int* status = nullptr);
+
+// The lines of a text, without their line ends.
+std::vector<std::string> Lines(const std::string& text);
+
 }  // namespace dravix::test

@@ -11,6 +11,10 @@ namespace dravix::test {
 // program folder; DRAVIX_IPC_NAMESPACE is set to a name unique to the
 // test. The folder is removed at the end of the test.
 class TestHome : public ::testing::Test {
+ public:
+  // The whole content of a file ("" when missing).
+  static std::string ReadFile(const std::string& path);
+
  protected:
   void SetUp() override;
   void TearDown() override;
@@ -21,8 +25,6 @@ class TestHome : public ::testing::Test {
 
   // Writes `bytes` to home() + name, creating or replacing it.
   void WriteFile(const std::string& name, const std::string& bytes) const;
-  // The whole content of a file ("" when missing).
-  static std::string ReadFile(const std::string& path);
 
  private:
   std::string home_;

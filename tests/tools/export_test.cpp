@@ -14,7 +14,6 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -30,29 +29,6 @@ namespace fs = std::filesystem;
 constexpr const char* kStart = "2008-03-15 12:00:00";
 constexpr uint32_t kStartSeconds = 1205582400;
 
-struct Shell {
-  int status = -1;
-  std::string out;
-};
-
-Shell Sh(const std::string& cmd) {
-  Shell r;
-  FILE* p = ::popen(cmd.c_str(), "r");
-  if (p == nullptr) return r;
-  char buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.out.append(buf, n);
-  r.status = ::pclose(p);
-  return r;
-}
-
-std::string Slurp(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 std::string Q(const std::string& s) { return "'" + s + "'"; }
 
 // One value per line of `ffprobe ... -of csv=p=0`.
@@ -66,37 +42,38 @@ std::vector<double> Numbers(const std::string& text) {
 }
 
 int VideoFrames(const std::string& file) {
-  const Shell s =
-      Sh("ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames "
-         "-of csv=p=0 " +
-         Q(file));
-  return s.status == 0 && !s.out.empty() ? std::stoi(s.out) : -1;
+  int status = -1;
+  const std::string out = RunCommand(
+      "ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 " + Q(file),
+      &status);
+  return status == 0 && !out.empty() ? std::stoi(out) : -1;
 }
 
 std::vector<double> FrameTimes(const std::string& file) {
-  return Numbers(Sh("ffprobe -v error -select_streams v:0 -show_entries frame=pts_time -of csv=p=0 " + Q(file)).out);
+  return Numbers(
+      RunCommand("ffprobe -v error -select_streams v:0 -show_entries frame=pts_time -of csv=p=0 " + Q(file)));
 }
 
 double Duration(const std::string& file) {
   const std::vector<double> d =
-      Numbers(Sh("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)).out);
+      Numbers(RunCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)));
   return d.empty() ? -1 : d.front();
 }
 
 // What `ffmpeg -v error` says while decoding the whole file ("" when clean).
 std::string DecodeErrors(const std::string& file) {
-  return Sh("ffmpeg -nostdin -v error -i " + Q(file) + " -f null - 2>&1").out;
+  return RunCommand("ffmpeg -nostdin -v error -i " + Q(file) + " -f null - 2>&1");
 }
 
 // The frame codes of every decoded picture, in order.
 std::vector<FrameCode> Codes(const std::string& file, int width, int height) {
-  const Shell s =
-      Sh("ffmpeg -nostdin -v error -i " + Q(file) + " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
+  const std::string gray = RunCommand("ffmpeg -nostdin -v error -i " + Q(file) +
+                                      " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
   std::vector<FrameCode> codes;
   const size_t frame = static_cast<size_t>(width) * height;
-  for (size_t at = 0; at + frame <= s.out.size(); at += frame) {
+  for (size_t at = 0; at + frame <= gray.size(); at += frame) {
     FrameCode c;
-    EXPECT_TRUE(media::ReadFrameCode(reinterpret_cast<const uint8_t*>(s.out.data() + at), width, width, height, &c));
+    EXPECT_TRUE(media::ReadFrameCode(reinterpret_cast<const uint8_t*>(gray.data() + at), width, width, height, &c));
     codes.push_back(c);
   }
   return codes;
@@ -104,7 +81,7 @@ std::vector<FrameCode> Codes(const std::string& file, int width, int height) {
 
 // The video payloads of a recording, read straight from its records.
 std::vector<std::string> VideoPayloads(const std::string& path) {
-  const std::string bytes = Slurp(path);
+  const std::string bytes = TestHome::ReadFile(path);
   std::vector<std::string> out;
   const auto* p = reinterpret_cast<const uint8_t*>(bytes.data());
   if (bytes.size() < media::kZMHeaderSize) return out;
@@ -123,9 +100,9 @@ struct Chapter {
   std::string title;
 };
 std::vector<Chapter> Chapters(const std::string& file) {
-  const Shell s = Sh("ffprobe -v error -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 " + Q(file));
+  std::istringstream in(
+      RunCommand("ffprobe -v error -show_entries chapter=start_time:chapter_tags=title -of csv=p=0 " + Q(file)));
   std::vector<Chapter> v;
-  std::istringstream in(s.out);
   std::string line;
   while (std::getline(in, line)) {
     const size_t comma = line.find(',');
@@ -203,10 +180,11 @@ void Export::WholeRecording(const Case& c) {
     }
     // The stream copy keeps every MJPEG record's bytes as they are.
     if (std::string(c.codec) == "mjpeg") {
-      const Shell copy = Sh("ffmpeg -nostdin -v error -i " + Q(src + ".mkv") + " -map 0:v -c copy -f mjpeg -");
+      const std::string copy =
+          RunCommand("ffmpeg -nostdin -v error -i " + Q(src + ".mkv") + " -map 0:v -c copy -f mjpeg -");
       std::string all;
       for (const std::string& p : payloads) all += p;
-      EXPECT_TRUE(copy.out == all) << "the exported frames differ from the records";
+      EXPECT_TRUE(copy == all) << "the exported frames differ from the records";
     }
   }
 }
@@ -227,18 +205,17 @@ TEST_F(Export, MatroskaCarriesWallClock) {
   const std::string src = Record("cam07.dat", "mjpeg", "320x240", 10, 3);
   const std::string out = Path("cam07.mkv");
   ASSERT_EQ(RunDravix({"export", src, out, "--text", "gate 3", "--text", "north"}).status, 0);
-  const Shell tags = Sh("ffprobe -v error -show_entries format_tags -of default=nw=1 " + Q(out));
-  EXPECT_NE(tags.out.find("TAG:CAMERA=cam07"), std::string::npos) << tags.out;
-  EXPECT_NE(tags.out.find("TAG:TEXT_1=gate 3"), std::string::npos) << tags.out;
-  EXPECT_NE(tags.out.find("TAG:TEXT_2=north"), std::string::npos) << tags.out;
-  EXPECT_NE(tags.out.find("creation_time=2008-03-15T12:00:00"), std::string::npos) << tags.out;
+  const std::string tags = RunCommand("ffprobe -v error -show_entries format_tags -of default=nw=1 " + Q(out));
+  EXPECT_NE(tags.find("TAG:CAMERA=cam07"), std::string::npos) << tags;
+  EXPECT_NE(tags.find("TAG:TEXT_1=gate 3"), std::string::npos) << tags;
+  EXPECT_NE(tags.find("TAG:TEXT_2=north"), std::string::npos) << tags;
+  EXPECT_NE(tags.find("creation_time=2008-03-15T12:00:00"), std::string::npos) << tags;
 
   const std::vector<double> t = FrameTimes(out);
   const std::vector<FrameCode> codes = Codes(out, 320, 240);
   ASSERT_EQ(codes.size(), t.size());
   // SubRip cues: "n", "hh:mm:ss,mmm --> hh:mm:ss,mmm", "2008-03-15 hh:mm:ss".
-  const Shell srt = Sh("ffmpeg -nostdin -v error -i " + Q(out) + " -map 0:s -f srt -");
-  std::istringstream in(srt.out);
+  std::istringstream in(RunCommand("ffmpeg -nostdin -v error -i " + Q(out) + " -map 0:s -f srt -"));
   std::string number, times, text, blank;
   int cues = 0;
   while (std::getline(in, number) && std::getline(in, times) && std::getline(in, text)) {
@@ -301,7 +278,7 @@ TEST_F(Export, RangeStartsAtKeyPictureOrExactly) {
 // neither is changed.
 TEST_F(Export, TornAndGrowingRecordings) {
   const std::string whole = Record("w.dat", "mjpeg", "320x240", 10, 2);
-  const std::string bytes = Slurp(whole);
+  const std::string bytes = ReadFile(whole);
   const std::vector<std::string> payloads = VideoPayloads(whole);
   // Cut in the middle of the 15th video record's payload.
   const size_t cut = bytes.find(payloads[14]) + payloads[14].size() / 2;
@@ -313,7 +290,7 @@ TEST_F(Export, TornAndGrowingRecordings) {
   EXPECT_NE(r.err.find("incomplete record"), std::string::npos) << r.err;
   EXPECT_EQ(VideoFrames(Path("torn.mkv")), 14);
   EXPECT_EQ(DecodeErrors(Path("torn.mkv")), "");
-  EXPECT_EQ(Slurp(torn), bytes.substr(0, cut));
+  EXPECT_EQ(ReadFile(torn), bytes.substr(0, cut));
 
   // Damage inside the data (a picture start broken) stops there and says so.
   std::string broken = bytes;
@@ -323,7 +300,7 @@ TEST_F(Export, TornAndGrowingRecordings) {
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_NE(r.err.find("invalid record"), std::string::npos) << r.err;
   EXPECT_EQ(VideoFrames(Path("broken.mkv")), 5);
-  EXPECT_EQ(Slurp(Path("broken.dat")), broken);
+  EXPECT_EQ(ReadFile(Path("broken.dat")), broken);
 
   // Growing: this process keeps writing while the program exports. Each
   // picture is padded after its end to the writer's direct-write size, so
@@ -401,15 +378,15 @@ TEST_F(Export, RefusesAndLeavesNothingHalfWritten) {
     EXPECT_FALSE(fs::exists(Path("s.mkv")));
   }
   // The output is the source under another name: refused, source intact.
-  const std::string before = Slurp(src);
+  const std::string before = ReadFile(src);
   fs::create_hard_link(src, Path("same.mkv"));
   const ProgramResult same = RunDravix({"export", src, Path("same.mkv")});
   EXPECT_EQ(same.status, 2) << same.err;
-  EXPECT_EQ(Slurp(src), before);
+  EXPECT_EQ(ReadFile(src), before);
   // A failed export leaves an existing output as it was.
   WriteFile("keep.mkv", "old");
   EXPECT_EQ(RunDravix({"export", Path("none.dat"), Path("keep.mkv")}).status, 1);
-  EXPECT_EQ(Slurp(Path("keep.mkv")), "old");
+  EXPECT_EQ(ReadFile(Path("keep.mkv")), "old");
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 // and each column of a table (or name of a "name  value" listing) is a key
 // of the matching JSON objects, written the same way, while the JSON adds
 // only the raw forms listed for it.
+#include "tests/support/program_home.h"
 #include "tests/tools/media_tool_util.h"
 
 #include <gtest/gtest.h>
@@ -40,13 +41,6 @@ std::vector<std::string> Cells(const std::string& line) {
   return cells;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
 bool IsRule(const std::string& line) {
   return !line.empty() && line.find_first_not_of("- ") == std::string::npos && line[0] == '-';
 }
@@ -81,27 +75,7 @@ std::set<std::string> FirstColumn(const std::string& text) {
   return values;
 }
 
-class JsonOutput : public TestHome {
- protected:
-  void SetUp() override {
-    TestHome::SetUp();
-    odbc_ = MakeTempFolder("dravix-json-odbc-");
-    options_.env = {{"ODBCINI", odbc_ + "odbc.ini"}};
-  }
-  void TearDown() override {
-    RemoveTree(odbc_);
-    TestHome::TearDown();
-  }
-  ProgramResult Run(std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.end(), {"--home", home()});
-    ProgramOptions o = options_;
-    o.input = input;
-    return RunDravix(args, o);
-  }
-
-  std::string odbc_;
-  ProgramOptions options_;
-};
+using JsonOutput = ProgramHome;
 
 TEST_F(JsonOutput, EveryDataCommandsJsonParsesAndHasTheColumnsOfItsText) {
   // A folder with something in every file the commands read.

@@ -37,13 +37,6 @@ std::vector<long> Cells(const std::string& line) {
   return cells;
 }
 
-std::vector<std::string> Lines(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) lines.push_back(line);
-  return lines;
-}
-
 // Checks that every column of a table starts at the cell where its
 // heading starts, on every row: two blanks before it and a character that
 // begins there. Headings are ASCII words, cells are never empty.

@@ -3,8 +3,7 @@
 // pictures they write open in Debian's ffprobe/ffmpeg and show the frame
 // asked for.
 #include "dravix/media/frame_code.h"
-#include "tests/support/run_program.h"
-#include "tests/support/test_home.h"
+#include "tests/tools/media_tool_util.h"
 
 #include <gtest/gtest.h>
 
@@ -20,31 +19,13 @@
 namespace dravix::test {
 namespace {
 
-// Standard output of a shell command.
-std::string Capture(const std::string& command) {
-  std::string out;
-  FILE* p = ::popen(command.c_str(), "r");
-  if (p == nullptr) return out;
-  char buf[65536];
-  size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) out.append(buf, n);
-  ::pclose(p);
-  return out;
-}
-
 // The frame number drawn in a picture file, decoded by the ffmpeg program.
 int64_t FrameNumberIn(const std::string& picture, int width, int height) {
-  const std::string gray = Capture("ffmpeg -v error -i '" + picture + "' -f rawvideo -pix_fmt gray -");
+  const std::string gray = RunCommand("ffmpeg -v error -i '" + picture + "' -f rawvideo -pix_fmt gray -");
   if (gray.size() != static_cast<size_t>(width) * height) return -1;
   media::FrameCode code;
   if (!media::ReadFrameCode(reinterpret_cast<const uint8_t*>(gray.data()), width, width, height, &code)) return -1;
   return code.frame;
-}
-
-std::vector<std::string> Files(const std::string& folder) {
-  std::vector<std::string> names;
-  for (const auto& e : std::filesystem::directory_iterator(folder)) names.push_back(e.path().filename().string());
-  return names;
 }
 
 class TestRecordingCommand : public TestHome {};
@@ -75,7 +56,7 @@ TEST_F(TestRecordingCommand, RefusesWhatMakesNoRecordAndWritesNothing) {
   const ProgramResult r = RunDravix({"write-test-recording", Path("missing/rec.dat"), "--seconds", "1"});
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_NE(r.err.find("missing/rec.dat"), std::string::npos) << r.err;
-  EXPECT_TRUE(Files(home()).empty());
+  EXPECT_TRUE(std::filesystem::is_empty(home()));
 }
 
 TEST_F(TestRecordingCommand, AKilledWriterLeavesNoFileAndAFinishedOneBoth) {
@@ -85,14 +66,14 @@ TEST_F(TestRecordingCommand, AKilledWriterLeavesNoFileAndAFinishedOneBoth) {
   std::this_thread::sleep_for(std::chrono::milliseconds(400));
   ::kill(pid, SIGKILL);
   EXPECT_EQ(WaitProgram(pid), 128 + SIGKILL);
-  EXPECT_TRUE(Files(home()).empty()) << "a killed writer leaves neither the recording nor its index";
+  EXPECT_TRUE(std::filesystem::is_empty(home())) << "a killed writer leaves neither the recording nor its index";
 
   const ProgramResult r =
       RunDravix({"write-test-recording", Path("rec.dat"), "--seconds", "1", "--size", "128x96", "--fps", "5"});
   ASSERT_EQ(r.status, 0) << r.err;
   EXPECT_TRUE(std::filesystem::exists(Path("rec.dat")));
   EXPECT_TRUE(std::filesystem::exists(Path("rec.idx")));
-  EXPECT_EQ(Files(home()).size(), 2u);
+  EXPECT_EQ(Snapshot(home()).size(), 2u);
 }
 
 TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked) {
@@ -118,14 +99,13 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
     const ProgramResult r = RunDravix({"frame", Path(c.src), "--at", "2008-03-15 12:00:01.350", Path(c.out)});
     ASSERT_EQ(r.status, 0) << r.err;
     const std::string probe =
-        Capture("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 '" + Path(c.out) + "'");
+        RunCommand("ffprobe -v error -show_entries stream=codec_name,width,height -of csv=p=0 '" + Path(c.out) + "'");
     EXPECT_EQ(probe, c.codec + "," + std::to_string(c.width) + "," + std::to_string(c.height) + "\n");
     EXPECT_EQ(FrameNumberIn(Path(c.out), c.width, c.height), 13);
   }
 
   // Output refused or impossible: nothing new appears, the recording stays.
-  const auto before = Files(home());
-  const std::string recording = ReadFile(Path("m.dat"));
+  const FolderBytes before = Snapshot(home());
   const std::vector<std::pair<std::vector<std::string>, int>> bad = {
       {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("m.dat")}, 2},  // not a picture name
       {{"frame", Path("m.dat"), "--at", "2008-03-15 12:00:01", Path("x.png")}, 2},
@@ -140,8 +120,7 @@ TEST_F(TestRecordingCommand, FrameWritesAPictureFfmpegOpensShowingTheFrameAsked)
     EXPECT_EQ(r.status, status) << args[1] << " " << args[3] << " " << args[4] << ": " << r.err;
     EXPECT_FALSE(r.err.empty());
   }
-  EXPECT_EQ(Files(home()), before);
-  EXPECT_EQ(ReadFile(Path("m.dat")), recording);
+  EXPECT_EQ(Snapshot(home()), before);
 }
 
 }  // namespace
