@@ -82,8 +82,18 @@ void BM_ExportMkv(benchmark::State& state) {
   state.SetBytesProcessed(state.iterations() * r.fileSize);
 }
 
-BENCHMARK(BM_CopyBaseline)->Unit(benchmark::kMillisecond)->MinTime(1.0)->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(true);
-BENCHMARK(BM_ExportMkv)->Unit(benchmark::kMillisecond)->MinTime(1.0)->UseRealTime()->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK(BM_CopyBaseline)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(1.0)
+    ->UseRealTime()
+    ->Repetitions(5)
+    ->ReportAggregatesOnly(true);
+BENCHMARK(BM_ExportMkv)
+    ->Unit(benchmark::kMillisecond)
+    ->MinTime(1.0)
+    ->UseRealTime()
+    ->Repetitions(5)
+    ->ReportAggregatesOnly(true);
 
 }  // namespace
 

@@ -89,10 +89,13 @@ void BM_ScanRecordings(benchmark::State& state) {
   for (auto _ : state) {
     int intact = 0;
     std::string error;
-    ScanRecordings(f.dir, {}, [&](const ZMScannedFile& s) {
-      intact += s.state == ZMScanState::kIntact;
-      return true;
-    }, &error);
+    ScanRecordings(
+        f.dir, {},
+        [&](const ZMScannedFile& s) {
+          intact += s.state == ZMScanState::kIntact;
+          return true;
+        },
+        &error);
     if (intact != f.files) state.SkipWithError("a recording did not scan as intact");
   }
   state.SetItemsProcessed(state.iterations() * f.files);

@@ -47,7 +47,8 @@ bool SameFile(const std::string& a, const std::string& b) {
 std::vector<uint8_t> EncodeJpeg(const Picture& picture) {
   std::vector<uint8_t> jpeg;
   std::string error;
-  if (!EncodeJpegPicture(picture, g.quality, &jpeg, &error)) throw Failure("cannot encode the picture as JPEG: " + error);
+  if (!EncodeJpegPicture(picture, g.quality, &jpeg, &error))
+    throw Failure("cannot encode the picture as JPEG: " + error);
   return jpeg;
 }
 

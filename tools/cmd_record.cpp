@@ -6,7 +6,9 @@
 #include "tools/command.h"
 #include "tools/stop_request.h"
 
+#include "dravix/base/zfile.h"
 #include "dravix/config/dvroption.h"
+#include "dravix/log/ilog.h"
 #include "dravix/media/codec_log.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/recorder/camera_recorder.h"
@@ -18,6 +20,7 @@
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -45,6 +48,13 @@ std::pair<int, std::string> ParseSource(const std::string& text) {
     throw UsageError("--source '" + text + "' is not N=URL with a camera number N from 1 to " +
                      std::to_string(kDSMaxCamera));
   return {n, text.substr(eq + 1)};
+}
+
+// The camera number of the `i`th camera started (in the order of `urls`).
+int CameraAt(const std::map<int, std::string>& urls, size_t i) {
+  auto it = urls.begin();
+  std::advance(it, static_cast<long>(i));
+  return it->first;
 }
 
 recorder::CameraRecorderSettings CameraSettings(int camera, const std::string& url) {
@@ -79,6 +89,9 @@ int Run() {
     if (!urls.emplace(n, url).second) throw UsageError("camera " + std::to_string(n) + " has two --source");
   }
   media::QuietCodecLog();
+  // Outages go to the live log beside the schedule's lines.
+  if (!ILiveLog::Instance()->SetFilename("Live.log"))
+    throw Failure("cannot open the live log Live.log in " + GetModulePath());
 
   std::mutex outMutex;
   bool fileFailed = false;
@@ -107,18 +120,34 @@ int Run() {
   }
 
   const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(g.seconds);
+  std::vector<std::string> problems(cameras.size());
   for (;;) {
     if (StopRequest::Requested()) break;
     if (g.seconds > 0 && std::chrono::steady_clock::now() >= until) break;
     bool any = false;
-    for (const auto& cam : cameras) any = any || cam->IsRecording();
+    for (size_t i = 0; i < cameras.size(); ++i) {
+      any = any || cameras[i]->IsRecording();
+      // Say when a camera's source goes down and when it is back.
+      const std::string problem = cameras[i]->SourceProblem();
+      if (problem != problems[i]) {
+        std::lock_guard<std::mutex> lock(outMutex);
+        std::cerr << "dravix record: camera " << CameraAt(urls, i) << ": "
+                  << (problem.empty() ? "the source is back" : problem + "; trying again") << std::endl;
+        problems[i] = problem;
+      }
+    }
     if (!any) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
   int status = kExitOk;
-  for (const auto& cam : cameras) {
+  for (size_t i = 0; i < cameras.size(); ++i) {
+    const auto& cam = cameras[i];
     cam->Stop();
-    const std::string error = cam->Error();
+    std::string error = cam->Error();
+    // A camera whose source never gave a picture recorded nothing: that is
+    // a failure, with the source's last reason.
+    if (error.empty() && cam->Pictures() == 0 && !problems[i].empty())
+      error = "camera " + std::to_string(CameraAt(urls, i)) + " recorded nothing: " + problems[i];
     if (!error.empty()) {
       std::lock_guard<std::mutex> lock(outMutex);
       std::cerr << "dravix record: " << error << std::endl;

@@ -120,8 +120,8 @@ std::string Base64(const std::vector<uint8_t>& bytes) {
   std::string out;
   out.reserve((bytes.size() + 2) / 3 * 4);
   for (size_t i = 0; i < bytes.size(); i += 3) {
-    const uint32_t n = bytes[i] << 16 | (i + 1 < bytes.size() ? bytes[i + 1] << 8 : 0) |
-                       (i + 2 < bytes.size() ? bytes[i + 2] : 0);
+    const uint32_t n =
+        bytes[i] << 16 | (i + 1 < bytes.size() ? bytes[i + 1] << 8 : 0) | (i + 2 < bytes.size() ? bytes[i + 2] : 0);
     out += kDigits[n >> 18 & 63];
     out += kDigits[n >> 12 & 63];
     out += i + 1 < bytes.size() ? kDigits[n >> 6 & 63] : '=';
@@ -145,19 +145,19 @@ std::string Thumbnail(const ZMScannedFile& f) {
 }
 
 nlohmann::json FileJson(const ZMScannedFile& f) {
-  nlohmann::json j{{"path", f.path},
-                   {"camera", f.camera},
-                   {"start", f.start ? nlohmann::json(WallText(f.start)) : nlohmann::json()},
-                   {"end", f.end ? nlohmann::json(WallText(f.end)) : nlohmann::json()},
-                   {"start_ms", f.start ? nlohmann::json(WallMs(f.start)) : nlohmann::json()},
-                   {"end_ms", f.end ? nlohmann::json(WallMs(f.end)) : nlohmann::json()},
-                   {"length", f.start ? nlohmann::json(double(f.end - f.start) / kTicksPerSecond) : nlohmann::json()},
-                   {"codec", f.codec.empty() ? nlohmann::json() : nlohmann::json(f.codec)},
-                   {"size", f.width ? nlohmann::json(std::to_string(f.width) + "x" + std::to_string(f.height))
-                                    : nlohmann::json()},
-                   {"bytes", f.bytes},
-                   {"state", media::ZMScanStateName(f.state)},
-                   {"why", f.why.empty() ? nlohmann::json() : nlohmann::json(f.why)}};
+  nlohmann::json j{
+      {"path", f.path},
+      {"camera", f.camera},
+      {"start", f.start ? nlohmann::json(WallText(f.start)) : nlohmann::json()},
+      {"end", f.end ? nlohmann::json(WallText(f.end)) : nlohmann::json()},
+      {"start_ms", f.start ? nlohmann::json(WallMs(f.start)) : nlohmann::json()},
+      {"end_ms", f.end ? nlohmann::json(WallMs(f.end)) : nlohmann::json()},
+      {"length", f.start ? nlohmann::json(double(f.end - f.start) / kTicksPerSecond) : nlohmann::json()},
+      {"codec", f.codec.empty() ? nlohmann::json() : nlohmann::json(f.codec)},
+      {"size", f.width ? nlohmann::json(std::to_string(f.width) + "x" + std::to_string(f.height)) : nlohmann::json()},
+      {"bytes", f.bytes},
+      {"state", media::ZMScanStateName(f.state)},
+      {"why", f.why.empty() ? nlohmann::json() : nlohmann::json(f.why)}};
   return j;
 }
 
@@ -168,21 +168,25 @@ int Run() {
 
   media::ZMScanOptions scan;
   ZShareMem* registry = ZShareMem::Instance();
-  if (registry->IsOpen()) scan.isBeingWritten = [registry](const std::string& p) { return registry->HasToken(p.c_str()) != 0; };
+  if (registry->IsOpen())
+    scan.isBeingWritten = [registry](const std::string& p) { return registry->HasToken(p.c_str()) != 0; };
 
   std::map<std::string, std::vector<ZMScannedFile>> byCamera;
   std::vector<ZMScannedFile> unreadable;
   std::string error;
-  const bool whole = media::ScanRecordings(o.folder, scan, [&](const ZMScannedFile& f) {
-    if (f.state == ZMScanState::kUnreadable) {
-      unreadable.push_back(f);
-      return true;
-    }
-    const std::string day = DayOf(f.start);
-    if ((!from.empty() && day < from) || (!to.empty() && day > to)) return true;
-    byCamera[f.camera].push_back(f);
-    return true;
-  }, &error);
+  const bool whole = media::ScanRecordings(
+      o.folder, scan,
+      [&](const ZMScannedFile& f) {
+        if (f.state == ZMScanState::kUnreadable) {
+          unreadable.push_back(f);
+          return true;
+        }
+        const std::string day = DayOf(f.start);
+        if ((!from.empty() && day < from) || (!to.empty() && day > to)) return true;
+        byCamera[f.camera].push_back(f);
+        return true;
+      },
+      &error);
   if (!whole && byCamera.empty() && unreadable.empty()) throw Failure("cannot read the folder " + error);
 
   struct DayRow {
@@ -232,9 +236,10 @@ int Run() {
       }
     }
     for (const Gap& g : gaps)
-      jg.push_back({{"camera", g.camera}, {"start_ms", WallMs(g.start)}, {"end_ms", WallMs(g.end)}, {"cause", g.cause}});
-    const nlohmann::json model{{"folder", o.folder}, {"cameras", cameras}, {"files", files}, {"gaps", jg},
-                               {"thumbs", thumbs}};
+      jg.push_back(
+          {{"camera", g.camera}, {"start_ms", WallMs(g.start)}, {"end_ms", WallMs(g.end)}, {"cause", g.cause}});
+    const nlohmann::json model{
+        {"folder", o.folder}, {"cameras", cameras}, {"files", files}, {"gaps", jg}, {"thumbs", thumbs}};
     std::string why;
     if (!platform::ReplaceFileAtomically(o.html, TimelinePageHtml(model), 0644, &why))
       throw Failure("cannot write " + o.html + ": " + why);
@@ -243,15 +248,26 @@ int Run() {
   if (Globals().json) {
     nlohmann::json jd = nlohmann::json::array(), jg = nlohmann::json::array();
     for (const auto& [key, r] : days)
-      jd.push_back({{"camera", key.first}, {"day", key.second}, {"files", r.files},
-                    {"covered", double(r.covered) / kTicksPerSecond}, {"gaps", r.gaps},
-                    {"gap_time", double(r.gapTime) / kTicksPerSecond}, {"damaged", r.damaged},
+      jd.push_back({{"camera", key.first},
+                    {"day", key.second},
+                    {"files", r.files},
+                    {"covered", double(r.covered) / kTicksPerSecond},
+                    {"gaps", r.gaps},
+                    {"gap_time", double(r.gapTime) / kTicksPerSecond},
+                    {"damaged", r.damaged},
                     {"being_written", r.open}});
     for (const Gap& g : gaps)
-      jg.push_back({{"camera", g.camera}, {"start", WallText(g.start)}, {"end", WallText(g.end)},
-                    {"start_ms", WallMs(g.start)}, {"end_ms", WallMs(g.end)},
-                    {"length", double(g.end - g.start) / kTicksPerSecond}, {"cause", g.cause}});
-    std::cout << nlohmann::json{{"folder", o.folder}, {"days", jd}, {"files", files}, {"gaps", jg},
+      jg.push_back({{"camera", g.camera},
+                    {"start", WallText(g.start)},
+                    {"end", WallText(g.end)},
+                    {"start_ms", WallMs(g.start)},
+                    {"end_ms", WallMs(g.end)},
+                    {"length", double(g.end - g.start) / kTicksPerSecond},
+                    {"cause", g.cause}});
+    std::cout << nlohmann::json{{"folder", o.folder},
+                                {"days", jd},
+                                {"files", files},
+                                {"gaps", jg},
                                 {"unreadable", unreadable.size()}}
                      .dump(2)
               << '\n';
@@ -281,10 +297,11 @@ void Register(CLI::App& app) {
   cmd->add_option("--thumbnails", o.thumbnails, "First pictures shown on the page, at most (default 200)")
       ->check(CLI::NonNegativeNumber);
   AddJsonFlag(cmd);
-  cmd->footer("A gap is a second or more between one file's last record and the next file's first. Its cause "
-              "is \"schedule\" when it lies outside the camera's enabled schedule (Schedule.zmi of --home), "
-              "\"damaged\" when the file before it has a torn tail, else \"unknown\". Example:\n"
-              "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07 --html week.html");
+  cmd->footer(
+      "A gap is a second or more between one file's last record and the next file's first. Its cause "
+      "is \"schedule\" when it lies outside the camera's enabled schedule (Schedule.zmi of --home), "
+      "\"damaged\" when the file before it has a torn tail, else \"unknown\". Example:\n"
+      "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07 --html week.html");
 }
 
 const Registration reg{74, Register};

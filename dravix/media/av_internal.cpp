@@ -5,6 +5,8 @@ extern "C" {
 #include <libavutil/error.h>
 }
 
+#include <chrono>
+#include <cstdio>
 #include <mutex>
 
 namespace dravix::media {
@@ -27,6 +29,37 @@ DecodingInput::~DecodingInput() {
   avformat_close_input(&input);
 }
 
+static int64_t SteadyMs() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+void DecodingInput::Arm() { deadlineMs_ = stallMs > 0 ? SteadyMs() + stallMs : 0; }
+
+int DecodingInput::Interrupt(void* self) {
+  auto* d = static_cast<DecodingInput*>(self);
+  if (d->abort != nullptr && d->abort->load()) {
+    d->fired_ = 2;
+    return 1;
+  }
+  const int64_t deadline = d->deadlineMs_;
+  if (deadline != 0 && SteadyMs() > deadline) {
+    d->fired_ = 1;
+    return 1;
+  }
+  return 0;
+}
+
+std::string DecodingInput::Interrupted() const {
+  if (fired_ == 2) return "stopped";
+  if (fired_ == 1) {
+    char text[64];
+    std::snprintf(text, sizeof text, "nothing came for %.1f s", stallMs / 1000.0);
+    return text;
+  }
+  return "";
+}
+
 bool DecodingInput::Open(const std::string& url, const std::string& format, AVMediaType type, int threads,
                          std::string* error) {
   auto fail = [&](const std::string& why) {
@@ -39,8 +72,13 @@ bool DecodingInput::Open(const std::string& url, const std::string& format, AVMe
     inputFormat = av_find_input_format(format.c_str());
     if (inputFormat == nullptr) return fail("no input format named '" + format + "'");
   }
+  input = avformat_alloc_context();
+  if (input == nullptr) return fail("out of memory");
+  input->interrupt_callback = {&DecodingInput::Interrupt, this};
+  Arm();
   int rc = avformat_open_input(&input, url.c_str(), inputFormat, nullptr);
-  if (rc < 0) return fail("cannot open " + url + ": " + AvError(rc));
+  if (rc < 0) return fail("cannot open " + url + ": " + (fired_ != 0 ? Interrupted() : AvError(rc)));
+  Arm();
   rc = avformat_find_stream_info(input, nullptr);
   if (rc < 0) return fail("cannot read the streams of " + url + ": " + AvError(rc));
   const AVCodec* codec = nullptr;
@@ -74,6 +112,7 @@ DecodingInput::Step DecodingInput::NextFrame(std::string* error) {
       if (error) *error = "the decoder failed: " + AvError(rc);
       return Step::kError;
     }
+    Arm();
     rc = av_read_frame(input, packet);
     if (rc == AVERROR_EOF) {
       if (draining_) {
@@ -85,7 +124,7 @@ DecodingInput::Step DecodingInput::NextFrame(std::string* error) {
       continue;
     }
     if (rc < 0) {
-      if (error) *error = "cannot read the source: " + AvError(rc);
+      if (error) *error = "cannot read the source: " + (fired_ != 0 ? Interrupted() : AvError(rc));
       return Step::kError;
     }
     if (packet->stream_index == stream) rc = avcodec_send_packet(decoder, packet);

@@ -8,6 +8,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+#include <atomic>
 #include <string>
 
 namespace dravix::media {
@@ -38,6 +39,16 @@ struct DecodingInput {
   // decoder choose. False with the reason in `error`.
   bool Open(const std::string& url, const std::string& format, AVMediaType type, int threads, std::string* error);
 
+  // A watchdog on the input: opening it and every read are abandoned
+  // (they fail) once `stallMs` pass without an answer, or as soon as
+  // `*abort` turns true. Set before Open(); 0 and null: wait for ever.
+  int stallMs = 0;
+  const std::atomic<bool>* abort = nullptr;
+  // Starts the stall clock again; called before each read.
+  void Arm();
+  // Whether the last failure came from the watchdog, and why.
+  std::string Interrupted() const;
+
   enum class Step { kFrame, kEnd, kError };
   // The next decoded frame, in `frame` (the caller unrefs it). Packets of
   // other streams are skipped, packets the decoder finds damaged are
@@ -45,8 +56,11 @@ struct DecodingInput {
   Step NextFrame(std::string* error);
 
  private:
+  static int Interrupt(void* self);
   bool draining_ = false;
   bool ended_ = false;
+  std::atomic<int64_t> deadlineMs_{0};  // steady-clock ms; 0: none
+  std::atomic<int> fired_{0};           // 1 stalled, 2 aborted
 };
 
 }  // namespace dravix::media

@@ -45,10 +45,14 @@ std::string CameraOf(const std::string& path, int* number) {
 
 const char* ZMScanStateName(ZMScanState state) {
   switch (state) {
-    case ZMScanState::kIntact: return "intact";
-    case ZMScanState::kDamaged: return "damaged";
-    case ZMScanState::kBeingWritten: return "being written";
-    case ZMScanState::kUnreadable: return "unreadable";
+    case ZMScanState::kIntact:
+      return "intact";
+    case ZMScanState::kDamaged:
+      return "damaged";
+    case ZMScanState::kBeingWritten:
+      return "being written";
+    case ZMScanState::kUnreadable:
+      return "unreadable";
   }
   return "?";
 }

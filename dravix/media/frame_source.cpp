@@ -103,6 +103,8 @@ bool FrameSource::Open(const std::string& url, const FrameSourceOptions& options
   impl_.reset();
   auto impl = std::make_unique<Impl>();
   impl->options = options;
+  impl->in.stallMs = options.stallMs;
+  impl->in.abort = options.abort;
   if (!impl->in.Open(url, options.format, AVMEDIA_TYPE_VIDEO, 1, error)) return false;
   impl_ = std::move(impl);
   return true;
@@ -136,10 +138,12 @@ FrameSource::Result FrameSource::NextPacket(std::vector<uint8_t>* data, int64_t*
   Impl& s = *impl_;
   AVPacket* packet = s.in.packet;
   for (;;) {
+    s.in.Arm();
     const int rc = av_read_frame(s.in.input, packet);
     if (rc == AVERROR_EOF) return Result::kEnd;
     if (rc < 0) {
-      if (error) *error = "cannot read the source: " + AvError(rc);
+      const std::string why = s.in.Interrupted();
+      if (error) *error = "cannot read the source: " + (why.empty() ? AvError(rc) : why);
       return Result::kError;
     }
     if (packet->stream_index == s.in.stream && packet->size > 0) break;

@@ -19,6 +19,7 @@
 
 #include "dravix/media/picture.h"
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -28,6 +29,11 @@ namespace dravix::media {
 struct FrameSourceOptions {
   std::string format;      // libavformat input format name; empty: found from the URL
   bool fullRange = false;  // luma 0..255 (for MJPEG) instead of 16..235
+  // Opening and every read fail ("nothing came for N s") when the source
+  // answers nothing for this long; 0 waits for ever.
+  int stallMs = 0;
+  // Opening and reading fail at once when this turns true (a stop).
+  const std::atomic<bool>* abort = nullptr;
 };
 
 class FrameSource {

@@ -38,7 +38,7 @@ bool FileReaches(const File& file, int64_t* knownSize, uint64_t end) {
 bool LastIndexOffset(const std::string& indexPath, int64_t* position) {
   File index;
   if (!index.OpenRead(indexPath.c_str())) return true;  // no index: stay put
-  ZMReadWindow window(index, 4 << 10);  // a sparse index is small
+  ZMReadWindow window(index, 4 << 10);                  // a sparse index is small
   uint8_t entry[kZMIndexEntrySize] = {};
   uint64_t pos = kZMIndexHeaderSize;
   for (;;) {

@@ -40,9 +40,9 @@ HRESULT GetZMFileEndTime(const char* path, FILETIME* end);
 namespace dravix::media {
 // The walk behind GetZMFileEndTime, with what it found when it stops short.
 struct ZMFileTail {
-  int64_t end = 0;       // start + time of the last whole record walked (FILETIME ticks)
-  uint64_t records = 0;  // whole records walked after the index's last entry
-  bool whole = false;    // the walk reached the end of the data area
+  int64_t end = 0;        // start + time of the last whole record walked (FILETIME ticks)
+  uint64_t records = 0;   // whole records walked after the index's last entry
+  bool whole = false;     // the walk reached the end of the data area
   int64_t fileSize = -1;  // the file's size as last seen by the walk
 };
 // S_OK with `*out` filled, also when the records stop before the end of the

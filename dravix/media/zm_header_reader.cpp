@@ -53,7 +53,7 @@ class HeaderBytes {
   // The first record's head when the first read reached it.
   const uint8_t* FirstHead() const {
     return start_ == 0 && filled_ >= kZMDefaultDataOffset + kZMRecordHeadSize ? buffer_ + kZMDefaultDataOffset
-                                                                               : nullptr;
+                                                                              : nullptr;
   }
   // The file's size: known without asking when the first read stopped at
   // the end of the file.

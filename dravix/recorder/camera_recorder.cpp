@@ -1,7 +1,9 @@
 #include "dravix/recorder/camera_recorder.h"
 
+#include "dravix/base/ztime.h"
 #include "dravix/live/liveshare.h"
 #include "dravix/live/picture_scale.h"
+#include "dravix/log/ilog.h"
 #include "dravix/media/frame_code.h"
 #include "dravix/media/frame_source.h"
 #include "dravix/media/jfif.h"
@@ -19,6 +21,7 @@
 #include <ctime>
 #include <filesystem>
 #include <mutex>
+#include <random>
 #include <thread>
 #include <vector>
 
@@ -30,6 +33,7 @@ constexpr int64_t kUnixEpoch = 116444736000000000;  // 1970-01-01 as a FILETIME
 constexpr int64_t kTicksPerSecond = 10000000;
 constexpr int64_t kTicksPerDay = 86400 * kTicksPerSecond;
 constexpr auto kCheckpointEvery = std::chrono::seconds(1);
+constexpr int kStallMs = 5000;  // a source silent this long is opened again
 
 // Now as a FILETIME on the local wall clock.
 int64_t LocalFileTimeNow() {
@@ -60,7 +64,14 @@ struct CameraRecorder::Impl {
   std::thread thread;
   std::mutex mutex;
   std::condition_variable wake;
-  bool stopAsked = false;  // under `mutex`
+  bool stopAsked = false;                   // under `mutex`
+  std::atomic<bool> abortSource{false};     // set with stopAsked: ends a blocked read
+  std::vector<Clock::time_point> attempts;  // under `mutex`: when the source was tried again
+  std::atomic<uint64_t> outages{0};
+  std::string problem;       // under `mutex`: why the source is down now
+  bool sourceOpen = false;   // Start() opened it
+  std::string startupError;  // why Start() could not
+  std::mt19937 random{std::random_device{}()};
   std::atomic<bool> recording{false};
   std::atomic<uint64_t> pictures{0};
   std::string error;  // under `mutex`
@@ -79,6 +90,11 @@ struct CameraRecorder::Impl {
   std::vector<uint8_t> jpeg;
   std::vector<media::EncodedPacket> packets;
 
+  void SetProblem(const std::string& why) {
+    std::lock_guard<std::mutex> lock(mutex);
+    problem = why;
+  }
+
   void Fail(const std::string& why) {
     std::lock_guard<std::mutex> lock(mutex);
     if (error.empty()) error = why;
@@ -96,17 +112,87 @@ struct CameraRecorder::Impl {
     return !stopAsked;
   }
 
+  // Opens the source and starts a session: the pictures' times count from
+  // now. False with `why`.
+  bool OpenSource(std::string* why) {
+    media::FrameSourceOptions so;
+    so.format = s.format;
+    so.fullRange = media::VideoEncoder::FullRangeFor(s.codec);
+    so.stallMs = kStallMs;
+    so.abort = &abortSource;
+    std::string url = s.url;
+    if (pattern) {
+      url = media::FrameSource::TestPatternUrl(s.width, s.height, s.framesPerSecond);
+      so.format = "lavfi";
+    }
+    if (!source.Open(url, so, why)) return false;
+    storeAsItComes = !pattern && s.codec == media::kCodecMJPEG && source.IsMjpeg() && source.SourceWidth() == s.width &&
+                     source.SourceHeight() == s.height;
+    sessionStart = LocalFileTimeNow();
+    wallStart = Clock::now();
+    nextSlot = 0;
+    return true;
+  }
+
+  // The live log's line for an outage's start or end: "Record Event : <time>
+  // , CameraNN SOURCE_OFFLINE <why>" or "... SOURCE_ONLINE", NN counting
+  // from 00 as the schedule's lines do.
+  void LogOutage(bool offline, const std::string& why) {
+    SYSTEMTIME now{};
+    FileTimeToSystemTime(Int64ToFileTime(LocalFileTimeNow()), &now);
+    if (offline)
+      ILiveLog::Instance()->WriteV("Record Event : %s , Camera%02d SOURCE_OFFLINE %s\r\n", FormatSTTIME(now).c_str(),
+                                   s.camera - 1, why.c_str());
+    else
+      ILiveLog::Instance()->WriteV("Record Event : %s , Camera%02d SOURCE_ONLINE\r\n", FormatSTTIME(now).c_str(),
+                                   s.camera - 1);
+  }
+
+  // After a source failed: closes the file whole, logs the outage and tries
+  // the source again after 1 s, 2 s, 4 s ... up to 60 s (each wait +-20%,
+  // never under a second) until it opens or a stop is asked. False on a
+  // stop.
+  bool Reopen(const std::string& why) {
+    CloseFile();
+    outages++;
+    SetProblem(why);
+    LogOutage(true, why);
+    std::uniform_real_distribution<double> jitter(0.8, 1.2);
+    double wait = 1.0;
+    for (;;) {
+      const double seconds = std::max(1.0, wait * jitter(random));
+      {
+        std::lock_guard<std::mutex> lock(mutex);
+        attempts.push_back(Clock::now() +
+                           std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds)));
+      }
+      if (!WaitUntil(attempts.back())) return false;
+      std::string again;
+      if (OpenSource(&again)) {
+        SetProblem("");
+        LogOutage(false, "");
+        return true;
+      }
+      SetProblem("cannot open the source " + s.url + ": " + again);
+      wait = std::min(wait * 2, 60.0);
+    }
+  }
+
   void Run() {
     std::string why;
+    if (!sourceOpen && !Reopen(startupError)) {
+      recording = false;
+      return;
+    }
     while (!StopAsked()) {
       const media::FrameSource::Result r =
           storeAsItComes ? source.NextPacket(&jpeg, &picture.timeMs, &why) : source.Next(&picture, &why);
-      if (r == media::FrameSource::Result::kEnd) {
-        Fail("camera " + std::to_string(s.camera) + ": the source " + s.url + " ended");
-        break;
-      }
-      if (r == media::FrameSource::Result::kError) {
-        Fail("camera " + std::to_string(s.camera) + ": reading " + s.url + " failed: " + why);
+      if (r != media::FrameSource::Result::kPicture) {
+        const std::string cause = r == media::FrameSource::Result::kEnd ? "the source " + s.url + " ended"
+                                                                        : "reading " + s.url + " failed: " + why;
+        if (StopAsked()) break;
+        if (s.reopen && Reopen(cause)) continue;
+        if (!s.reopen) Fail("camera " + std::to_string(s.camera) + ": " + cause);
         break;
       }
       if (!Take()) continue;
@@ -289,25 +375,20 @@ bool CameraRecorder::Start(const CameraRecorderSettings& settings, std::string* 
   }
   m.s = settings;
   m.pattern = IsPattern(settings.url);
-  media::FrameSourceOptions so;
-  so.format = settings.format;
-  so.fullRange = media::VideoEncoder::FullRangeFor(settings.codec);
-  std::string url = settings.url;
-  if (m.pattern) {
-    if (settings.width < media::kFrameCodeWidth || settings.height < media::kFrameCodeHeight) {
-      why = cam + ": pictures smaller than 128x32 cannot carry the test pattern's frame code";
-      return false;
-    }
-    url = media::FrameSource::TestPatternUrl(settings.width, settings.height, settings.framesPerSecond);
-    so.format = "lavfi";
-  }
-  std::string sourceError;
-  if (!m.source.Open(url, so, &sourceError)) {
-    why = cam + ": cannot open the source " + settings.url + ": " + sourceError;
+  if (m.pattern && (settings.width < media::kFrameCodeWidth || settings.height < media::kFrameCodeHeight)) {
+    why = cam + ": pictures smaller than 128x32 cannot carry the test pattern's frame code";
     return false;
   }
-  m.storeAsItComes = !m.pattern && settings.codec == media::kCodecMJPEG && m.source.IsMjpeg() &&
-                     m.source.SourceWidth() == settings.width && m.source.SourceHeight() == settings.height;
+  m.abortSource = false;
+  std::string sourceError;
+  m.sourceOpen = m.OpenSource(&sourceError);
+  if (!m.sourceOpen) {
+    m.startupError = "cannot open the source " + settings.url + ": " + sourceError;
+    if (!settings.reopen) {
+      why = cam + ": " + m.startupError;
+      return false;
+    }
+  }
   media::VideoEncoderSettings es;
   es.codec = settings.codec;
   es.width = settings.width;
@@ -322,8 +403,6 @@ bool CameraRecorder::Start(const CameraRecorderSettings& settings, std::string* 
   }
   m.stopAsked = false;
   m.error.clear();
-  m.sessionStart = LocalFileTimeNow();
-  m.wallStart = Clock::now();
   m.recording = true;
   m.thread = std::thread([&m] { m.Run(); });
   return true;
@@ -335,6 +414,7 @@ void CameraRecorder::Stop() {
     std::lock_guard<std::mutex> lock(m.mutex);
     m.stopAsked = true;
   }
+  m.abortSource = true;
   m.wake.notify_all();
   if (m.thread.joinable()) m.thread.join();
 }
@@ -347,5 +427,17 @@ std::string CameraRecorder::Error() const {
 }
 
 uint64_t CameraRecorder::Pictures() const { return impl_->pictures; }
+
+uint64_t CameraRecorder::Outages() const { return impl_->outages; }
+
+std::string CameraRecorder::SourceProblem() const {
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  return impl_->problem;
+}
+
+std::vector<std::chrono::system_clock::time_point> CameraRecorder::Attempts() const {
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  return impl_->attempts;
+}
 
 }  // namespace dravix::recorder

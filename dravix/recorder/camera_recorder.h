@@ -19,6 +19,16 @@
 // Each open file is registered in the live-file registry (ZShareMem) and
 // released when it is closed. Stop() closes the file whole.
 //
+// Outages. A source that cannot be opened (at Start() too), fails, ends or
+// sends nothing for 5 s closes the current file whole and is tried again
+// after 1 s, then 2, 4, ... up to 60 s, each wait varied by up to 20% and
+// never under a second, until it opens; the pictures then go to a new file.
+// Each outage writes a line to the live log (ILiveLog) at its start and
+// one at its end:
+//   Record Event : <time> , CameraNN SOURCE_OFFLINE <why>
+//   Record Event : <time> , CameraNN SOURCE_ONLINE
+// NN is the camera number minus one, as in the schedule's lines.
+//
 // The test pattern ("testsrc" or "testsrc2" as the URL) is made at the
 // camera's size and rate, and every picture carries a frame code
 // (frame_code.h): its ordinal from the start and its local wall second.
@@ -26,10 +36,12 @@
 
 #include "dravix/platform/wintypes.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace dravix::recorder {
 
@@ -45,6 +57,9 @@ struct CameraRecorderSettings {
   int mjpegQuality = 70;
   int zmediaQuality = 0;
   uint64_t maxFileBytes = 0;  // data bytes that start a new file; 0: no limit
+  // A source that cannot be opened, fails, ends or sends nothing for 5 s
+  // is opened again with back-off (below); false: the camera stops instead.
+  bool reopen = true;
 };
 
 // A file the recorder finished (or failed to finish).
@@ -80,6 +95,11 @@ class CameraRecorder {
   std::string Error() const;
   // Pictures written so far.
   uint64_t Pictures() const;
+  // Outages of the source so far, and when it was (or will be) tried again.
+  uint64_t Outages() const;
+  // Why the source is down now ("" while it gives pictures).
+  std::string SourceProblem() const;
+  std::vector<std::chrono::system_clock::time_point> Attempts() const;
 
  private:
   struct Impl;

@@ -1,10 +1,12 @@
 #include "dravix/recorder/camera_recorder.h"
 
 #include "dravix/live/liveshare.h"
+#include "dravix/log/ilog.h"
 #include "dravix/media/frame_code.h"
 #include "dravix/media/pattern_recording.h"
 #include "dravix/media/picture_decoder.h"
 #include "dravix/media/recording_name.h"
+#include "dravix/media/video_encoder.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_summary.h"
 #include "tests/support/run_program.h"
@@ -12,7 +14,11 @@
 
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -199,6 +205,7 @@ TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
   s.height = 240;
   s.framesPerSecond = 10;
   s.mjpegQuality = 20;
+  s.reopen = false;  // the file's end ends the recording
   ASSERT_TRUE(cam.Start(s, &error)) << error;
   for (int i = 0; i < 60 && cam.IsRecording(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
   cam.Stop();
@@ -210,6 +217,100 @@ TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
   for (size_t i = 0; i < stored.numbers.size(); ++i) EXPECT_EQ(stored.numbers[i], static_cast<int64_t>(i));
   EXPECT_EQ(stored.firstPayload, ReadFrames(Path("src.dat"), media::kCodecMJPEG).firstPayload)
       << "the JPEG picture was encoded again";
+}
+
+// A network camera (MJPEG over TCP) that is down at start-up, then comes
+// up, sends for a while and goes silent: the recorder tries it after 1 s,
+// 2 s, ... (+-20%, never under a second), records while it sends, gives
+// up on it after 5 s of silence and opens it again; each outage is a pair
+// of lines in the live log and ends the file of the pictures before it.
+TEST_F(CameraRecorderTest, AnOfflineOrSilentSourceIsOpenedAgainWithBackOff) {
+  ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
+  media::Picture grey;
+  grey.Resize(320, 240);
+  std::fill(grey.y.begin(), grey.y.end(), 128);
+  std::fill(grey.u.begin(), grey.u.end(), 128);
+  std::fill(grey.v.begin(), grey.v.end(), 128);
+  std::vector<uint8_t> jpeg;
+  std::string error;
+  ASSERT_TRUE(media::EncodeJpegPicture(grey, 80, &jpeg, &error)) << error;
+
+  // Bound but not yet listening: a connection is refused until it listens.
+  const int server = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  ASSERT_GE(server, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ASSERT_EQ(::bind(server, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  socklen_t len = sizeof addr;
+  ASSERT_EQ(::getsockname(server, reinterpret_cast<sockaddr*>(&addr), &len), 0);
+  const std::string url = "tcp://127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
+
+  CameraRecorder cam;
+  CameraRecorderSettings s;
+  s.url = url;
+  s.format = "mjpeg";
+  s.folder = Path("rec");
+  s.codec = media::kCodecMJPEG;
+  s.width = 320;
+  s.height = 240;
+  s.framesPerSecond = 10;
+  const auto started = std::chrono::system_clock::now();
+  ASSERT_TRUE(cam.Start(s, &error)) << error;  // the source is down: the camera waits for it
+
+  std::thread camera([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2300));
+    ASSERT_EQ(::listen(server, 4), 0);
+    for (int connection = 0; connection < 2; ++connection) {
+      const int c = ::accept4(server, nullptr, nullptr, SOCK_CLOEXEC);
+      ASSERT_GE(c, 0);
+      for (int i = 0; i < 15; ++i) {  // 1.5 s of pictures
+        if (::send(c, jpeg.data(), jpeg.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(jpeg.size())) break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      }
+      if (connection == 0) {
+        // Silent with the connection open, until the recorder gives up.
+        char byte;
+        ::recv(c, &byte, 1, 0);
+      }
+      ::close(c);
+    }
+  });
+  for (int i = 0; i < 200 && cam.Outages() < 3; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  cam.Stop();
+  camera.join();
+  ::close(server);
+
+  // Down at start, silent after the first connection, gone after the second.
+  EXPECT_EQ(cam.Outages(), 3u);
+  const std::vector<std::chrono::system_clock::time_point> attempts = cam.Attempts();
+  ASSERT_GE(attempts.size(), 4u);
+  // The first outage's tries: 1 s, then 2 s after it (each +-20%).
+  const double first = std::chrono::duration<double>(attempts[0] - started).count();
+  const double second = std::chrono::duration<double>(attempts[1] - attempts[0]).count();
+  EXPECT_GE(first, 1.0);
+  EXPECT_LE(first, 1.3);
+  EXPECT_GE(second, 1.6);
+  EXPECT_LE(second, 2.5);
+  EXPECT_EQ(cam.Error(), "");
+
+  // Two files: the pictures of each connection.
+  const std::vector<std::string> files = Recordings(Path("rec"));
+  ASSERT_EQ(files.size(), 2u);
+  for (const std::string& f : files) {
+    media::ZMFileSummary summary;
+    ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
+    EXPECT_GE(summary.records, 5u) << f;  // a raw MJPEG stream is timed at 25 fps, kept at 10
+    EXPECT_EQ(summary.problem, "") << f;
+  }
+  std::ifstream in(Path("Live.log"), std::ios::binary);
+  const std::string log{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  size_t offline = 0, online = 0;
+  for (size_t at = 0; (at = log.find("Camera00 SOURCE_OFFLINE", at)) != std::string::npos; ++at) ++offline;
+  for (size_t at = 0; (at = log.find("Camera00 SOURCE_ONLINE", at)) != std::string::npos; ++at) ++online;
+  EXPECT_EQ(offline, 3u) << log;
+  EXPECT_EQ(online, 2u) << log;
+  EXPECT_NE(log.find("nothing came for 5.0 s"), std::string::npos) << log;
 }
 
 TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
@@ -288,10 +389,12 @@ TEST_F(RecordCommand, RefusesWrongUsageAndSaysWhyASourceCannotOpen) {
   EXPECT_EQ(RunDravix({"record", "--home", home(), "--source", "17=testsrc", "--dir", Path("r")}).status, 2);
   EXPECT_EQ(RunDravix({"record", "--home", home(), "--source", "1=a", "--source", "1=b", "--dir", Path("r")}).status,
             2);
-  const ProgramResult r =
-      RunDravix({"record", "--home", home(), "--source", "1=" + Path("missing.mkv"), "--dir", Path("r")});
+  // A source that never opens is tried again until the end, then the
+  // camera's failure says why.
+  const ProgramResult r = RunDravix(
+      {"record", "--home", home(), "--source", "1=" + Path("missing.mkv"), "--dir", Path("r"), "--seconds", "1.5"});
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("missing.mkv"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("recorded nothing: cannot open the source " + Path("missing.mkv")), std::string::npos) << r.err;
   EXPECT_TRUE(Recordings(Path("r")).empty());
 }
 

@@ -6,9 +6,9 @@
 #include "tests/tools/media_tool_util.h"
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <signal.h>
 #include <unistd.h>
+#include <nlohmann/json.hpp>
 
 #include <filesystem>
 #include <string>
