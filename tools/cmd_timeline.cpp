@@ -8,15 +8,19 @@
 // and open files. --json adds every file and every gap with its cause;
 // --html writes the page of timeline_page.h (whole or not at all).
 //
-// A gap's cause, where the program folder can tell: "schedule" when its
-// middle lies outside the windows of the camera's enabled schedule
-// ("Schedule.zmi"), "damaged" when the file before it has a torn tail, else
-// "unknown".
+// A gap's cause, where the program folder can tell, in this order:
+// "recycled" when the recycle log ("Recycle.log") says recordings of the
+// camera in it were deleted; "schedule" when its middle lies outside the
+// windows of the camera's enabled schedule ("Schedule.zmi"); "damaged" when
+// the file before it has a torn tail; "offline" when the live log
+// ("Live.log") tells a source outage of the camera in it; else "unknown".
+// The logs' older generations ("OLD" + name) are read too.
 #include "tools/command.h"
 #include "tools/table.h"
 #include "tools/time_arg.h"
 #include "tools/timeline_page.h"
 
+#include "dravix/base/zfile.h"
 #include "dravix/base/ztime.h"
 #include "dravix/live/liveshare.h"
 #include "dravix/live/picture_scale.h"
@@ -25,13 +29,16 @@
 #include "dravix/media/video_encoder.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/platform/wintypes.h"
+#include "dravix/recorder/record_events.h"
 #include "dravix/schedule/zschedulemanager.h"
 
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <iostream>
+#include <iterator>
 #include <map>
 #include <vector>
 
@@ -109,10 +116,32 @@ bool OutsideSchedule(int number, int64_t ft) {
   return m->CheckTaskWork(lists[list], t, start) == 0;
 }
 
+// The text of a log of the program folder and of its older generation.
+std::string LogText(const std::string& name) {
+  std::string text;
+  for (const std::string& file : {"OLD" + name, name}) {
+    std::ifstream in(GetModulePath() + file, std::ios::binary);
+    text.append(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  return text;
+}
+
+// What the program folder's logs tell about missing recordings.
+struct LogEvidence {
+  std::vector<recorder::SourceOutage> outages = recorder::ReadOutages(LogText("Live.log"));
+  std::vector<recorder::RecycledRecording> recycled = recorder::ReadRecycled(LogText("Recycle.log"));
+};
+
 // Why the recording stopped between `before` and the next file.
-std::string GapCause(const ZMScannedFile& before, int64_t start, int64_t end) {
-  if (OutsideSchedule(before.cameraNumber, start + (end - start) / 2)) return "schedule";
-  return before.state == ZMScanState::kDamaged ? "damaged" : "unknown";
+std::string GapCause(const LogEvidence& logs, const ZMScannedFile& before, int64_t start, int64_t end) {
+  const int camera = before.cameraNumber;
+  for (const recorder::RecycledRecording& r : logs.recycled)
+    if (r.camera == camera && r.start < end && r.end > start) return "recycled";
+  if (OutsideSchedule(camera, start + (end - start) / 2)) return "schedule";
+  if (before.state == ZMScanState::kDamaged) return "damaged";
+  for (const recorder::SourceOutage& o : logs.outages)
+    if (o.camera == camera && o.start < end && (o.end == 0 || o.end > start)) return "offline";
+  return "unknown";
 }
 
 std::string Base64(const std::vector<uint8_t>& bytes) {
@@ -189,6 +218,7 @@ int Run() {
       &error);
   if (!whole && byCamera.empty() && unreadable.empty()) throw Failure("cannot read the folder " + error);
 
+  const LogEvidence logs;
   struct DayRow {
     int files = 0, gaps = 0, damaged = 0, open = 0;
     int64_t covered = 0, gapTime = 0;
@@ -210,7 +240,7 @@ int Run() {
       // Overlapping files count their time once.
       row.covered += std::max<int64_t>(0, f.end - std::max(f.start, reached));
       if (last != nullptr && f.start - reached >= kTicksPerSecond) {
-        gaps.push_back({camera, reached, f.start, GapCause(*last, reached, f.start)});
+        gaps.push_back({camera, reached, f.start, GapCause(logs, *last, reached, f.start)});
         DayRow& gapDay = days[{camera, DayOf(reached)}];
         ++gapDay.gaps;
         gapDay.gapTime += f.start - reached;
@@ -298,9 +328,10 @@ void Register(CLI::App& app) {
       ->check(CLI::NonNegativeNumber);
   AddJsonFlag(cmd);
   cmd->footer(
-      "A gap is a second or more between one file's last record and the next file's first. Its cause "
-      "is \"schedule\" when it lies outside the camera's enabled schedule (Schedule.zmi of --home), "
-      "\"damaged\" when the file before it has a torn tail, else \"unknown\". Example:\n"
+      "A gap is a second or more between one file's last record and the next file's first. Its cause, "
+      "from the files of --home: \"recycled\" (Recycle.log deleted recordings in it), \"schedule\" "
+      "(outside the camera's enabled schedule, Schedule.zmi), \"damaged\" (the file before it has a torn "
+      "tail), \"offline\" (Live.log tells a source outage in it), else \"unknown\". Example:\n"
       "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07 --html week.html");
 }
 

@@ -2,6 +2,7 @@
 
 #include "dravix/media/zm_format.h"
 
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 
@@ -20,6 +21,15 @@ std::tm WallFields(int64_t localFileTime, int* ms) {
 }
 
 }  // namespace
+
+int64_t LocalFileTimeNow() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t t = std::chrono::system_clock::to_time_t(now);
+  std::tm tm{};
+  localtime_r(&t, &tm);
+  const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  return kUnixEpoch + (static_cast<int64_t>(timegm(&tm)) * 1000 + ms) * kTicksPerMs;
+}
 
 std::string RecordingPath(const std::string& folder, int camera, int64_t localFileTime) {
   int ms = 0;

@@ -20,6 +20,9 @@ struct RecordingName {
   SYSTEMTIME start{};
 };
 
+// Now as a FILETIME on the local wall clock, the clock of the names.
+int64_t LocalFileTimeNow();
+
 // The path of camera `camera`'s file starting at `localFileTime` (FILETIME
 // on the local wall clock).
 std::string RecordingPath(const std::string& folder, int camera, int64_t localFileTime);

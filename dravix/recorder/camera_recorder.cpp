@@ -11,6 +11,7 @@
 #include "dravix/media/video_encoder.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_writer.h"
+#include "dravix/recorder/record_events.h"
 
 #include <algorithm>
 #include <atomic>
@@ -34,16 +35,6 @@ constexpr int64_t kTicksPerSecond = 10000000;
 constexpr int64_t kTicksPerDay = 86400 * kTicksPerSecond;
 constexpr auto kCheckpointEvery = std::chrono::seconds(1);
 constexpr int kStallMs = 5000;  // a source silent this long is opened again
-
-// Now as a FILETIME on the local wall clock.
-int64_t LocalFileTimeNow() {
-  const auto now = Clock::now();
-  const std::time_t t = Clock::to_time_t(now);
-  std::tm tm{};
-  localtime_r(&t, &tm);
-  const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  return kUnixEpoch + (static_cast<int64_t>(timegm(&tm)) * 1000 + ms) * media::kTicksPerMs;
-}
 
 bool IsPattern(const std::string& url) { return url == "testsrc" || url == "testsrc2"; }
 
@@ -128,7 +119,7 @@ struct CameraRecorder::Impl {
     if (!source.Open(url, so, why)) return false;
     storeAsItComes = !pattern && s.codec == media::kCodecMJPEG && source.IsMjpeg() && source.SourceWidth() == s.width &&
                      source.SourceHeight() == s.height;
-    sessionStart = LocalFileTimeNow();
+    sessionStart = media::LocalFileTimeNow();
     wallStart = Clock::now();
     nextSlot = 0;
     return true;
@@ -138,14 +129,9 @@ struct CameraRecorder::Impl {
   // , CameraNN SOURCE_OFFLINE <why>" or "... SOURCE_ONLINE", NN counting
   // from 00 as the schedule's lines do.
   void LogOutage(bool offline, const std::string& why) {
-    SYSTEMTIME now{};
-    FileTimeToSystemTime(Int64ToFileTime(LocalFileTimeNow()), &now);
-    if (offline)
-      ILiveLog::Instance()->WriteV("Record Event : %s , Camera%02d SOURCE_OFFLINE %s\r\n", FormatSTTIME(now).c_str(),
-                                   s.camera - 1, why.c_str());
-    else
-      ILiveLog::Instance()->WriteV("Record Event : %s , Camera%02d SOURCE_ONLINE\r\n", FormatSTTIME(now).c_str(),
-                                   s.camera - 1);
+    const int64_t now = media::LocalFileTimeNow();
+    const std::string line = offline ? SourceOfflineLine(s.camera, now, why) : SourceOnlineLine(s.camera, now);
+    ILiveLog::Instance()->Write(line.c_str());
   }
 
   // After a source failed: closes the file whole, logs the outage and tries
