@@ -209,6 +209,8 @@ constexpr std::string_view kTail = R"HTML(</script>
     }
     renderAxis(width, x);
     document.getElementById("range").textContent = `${fmt(view.start)} to ${fmt(end)}`;
+    laneBox.dataset.viewStart = view.start;
+    laneBox.dataset.viewEnd = end;
   }
 
   function renderAxis(width, x) {
