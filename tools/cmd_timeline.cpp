@@ -12,8 +12,9 @@
 // "recycled" when the recycle log ("Recycle.log") says recordings of the
 // camera in it were deleted; "schedule" when its middle lies outside the
 // windows of the camera's enabled schedule ("Schedule.zmi"); "damaged" when
-// the file before it has a torn tail; "offline" when the live log
-// ("Live.log") tells a source outage of the camera in it; else "unknown".
+// the file before it has a torn tail; "offline" or "disk full" when the
+// live log ("Live.log") tells a source outage or a full disk for the
+// camera in it; else "unknown".
 // The logs' older generations ("OLD" + name) are read too.
 #include "tools/command.h"
 #include "tools/table.h"
@@ -140,7 +141,8 @@ std::string GapCause(const LogEvidence& logs, const ZMScannedFile& before, int64
   if (OutsideSchedule(camera, start + (end - start) / 2)) return "schedule";
   if (before.state == ZMScanState::kDamaged) return "damaged";
   for (const recorder::SourceOutage& o : logs.outages)
-    if (o.camera == camera && o.start < end && (o.end == 0 || o.end > start)) return "offline";
+    if (o.camera == camera && o.start < end && (o.end == 0 || o.end > start))
+      return o.diskFull ? "disk full" : "offline";
   return "unknown";
 }
 
@@ -331,7 +333,8 @@ void Register(CLI::App& app) {
       "A gap is a second or more between one file's last record and the next file's first. Its cause, "
       "from the files of --home: \"recycled\" (Recycle.log deleted recordings in it), \"schedule\" "
       "(outside the camera's enabled schedule, Schedule.zmi), \"damaged\" (the file before it has a torn "
-      "tail), \"offline\" (Live.log tells a source outage in it), else \"unknown\". Example:\n"
+      "tail), \"offline\" or \"disk full\" (Live.log tells a source outage or a full disk in it), else \"unknown\". "
+      "Example:\n"
       "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07 --html week.html");
 }
 

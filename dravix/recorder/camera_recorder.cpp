@@ -11,6 +11,7 @@
 #include "dravix/media/video_encoder.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_writer.h"
+#include "dravix/platform/files.h"
 #include "dravix/recorder/record_events.h"
 
 #include <algorithm>
@@ -35,6 +36,12 @@ constexpr int64_t kTicksPerSecond = 10000000;
 constexpr int64_t kTicksPerDay = 86400 * kTicksPerSecond;
 constexpr auto kCheckpointEvery = std::chrono::seconds(1);
 constexpr int kStallMs = 5000;  // a source silent this long is opened again
+constexpr uint64_t kDiskGuardBytes = 30ull << 20;
+
+uint64_t FreeSpace(const std::string& folder) {
+  platform::DiskSpace space{};
+  return platform::QueryDiskSpace(folder, &space) ? space.freeToCaller : UINT64_MAX;
+}
 
 bool IsPattern(const std::string& url) { return url == "testsrc" || url == "testsrc2"; }
 
@@ -59,7 +66,9 @@ struct CameraRecorder::Impl {
   std::atomic<bool> abortSource{false};     // set with stopAsked: ends a blocked read
   std::vector<Clock::time_point> attempts;  // under `mutex`: when the source was tried again
   std::atomic<uint64_t> outages{0};
-  std::string problem;       // under `mutex`: why the source is down now
+  std::string problem;  // under `mutex`: why the source is down now
+  bool diskFull = false;
+  Clock::time_point lastDiskLook;
   bool sourceOpen = false;   // Start() opened it
   std::string startupError;  // why Start() could not
   std::mt19937 random{std::random_device{}()};
@@ -242,7 +251,24 @@ struct CameraRecorder::Impl {
     return true;
   }
 
+  // The disk guard: below 30 MB free the camera stops writing (the file is
+  // closed whole, the pictures dropped) until space returns; each spell is
+  // a DISK_FULL and a DISK_OK line of the live log. Looked at once a second.
+  bool DiskFull() {
+    const auto now = Clock::now();
+    if (now - lastDiskLook < std::chrono::seconds(1)) return diskFull;
+    lastDiskLook = now;
+    const uint64_t free = s.freeSpace ? s.freeSpace(s.folder) : FreeSpace(s.folder);
+    if ((free < kDiskGuardBytes) != diskFull) {
+      diskFull = !diskFull;
+      if (diskFull) CloseFile();
+      ILiveLog::Instance()->Write(DiskLine(s.camera, media::LocalFileTimeNow(), diskFull).c_str());
+    }
+    return diskFull;
+  }
+
   bool Write() {
+    if (DiskFull()) return true;
     for (const media::EncodedPacket& p : packets) {
       const int64_t at = sessionStart + p.timeMs * media::kTicksPerMs;
       if (writer.IsOpen() && p.key &&

@@ -29,6 +29,11 @@
 //   Record Event : <time> , CameraNN SOURCE_ONLINE
 // NN is the camera number minus one, as in the schedule's lines.
 //
+// Disk. While the record folder's disk has less than 30 MB free the camera
+// writes nothing: its file is closed whole and pictures are dropped until
+// space returns, when a new file begins. Each spell writes
+//   Record Event : <time> , CameraNN DISK_FULL   and   ... DISK_OK
+//
 // The test pattern ("testsrc" or "testsrc2" as the URL) is made at the
 // camera's size and rate, and every picture carries a frame code
 // (frame_code.h): its ordinal from the start and its local wall second.
@@ -60,6 +65,9 @@ struct CameraRecorderSettings {
   // A source that cannot be opened, fails, ends or sends nothing for 5 s
   // is opened again with back-off (below); false: the camera stops instead.
   bool reopen = true;
+  // The free bytes of the record folder's disk (tests stand in for it);
+  // unset: asked of the file system.
+  std::function<uint64_t(const std::string& folder)> freeSpace;
 };
 
 // A file the recorder finished (or failed to finish).

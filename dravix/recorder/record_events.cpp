@@ -20,14 +20,8 @@ std::string TimeText(int64_t fileTime) {
 bool ParseTime(const char* p, int64_t* fileTime, int* used) {
   int y = 0, mo = 0, d = 0, h = 0, mi = 0, s = 0, ms = 0, n = 0;
   if (std::sscanf(p, "%d/%d/%d %d:%d:%d:%d%n", &y, &mo, &d, &h, &mi, &s, &ms, &n) != 7) return false;
-  SYSTEMTIME t{};
-  t.wYear = static_cast<WORD>(y);
-  t.wMonth = static_cast<WORD>(mo);
-  t.wDay = static_cast<WORD>(d);
-  t.wHour = static_cast<WORD>(h);
-  t.wMinute = static_cast<WORD>(mi);
-  t.wSecond = static_cast<WORD>(s);
-  t.wMilliseconds = static_cast<WORD>(ms);
+  const auto w = [](int v) { return static_cast<WORD>(v); };
+  const SYSTEMTIME t{w(y), w(mo), 0, w(d), w(h), w(mi), w(s), w(ms)};  // the day of week is not read
   FILETIME ft{};
   if (!SystemTimeToFileTime(t, &ft)) return false;
   *fileTime = FileTimeToInt64(ft);
@@ -74,6 +68,13 @@ std::string SourceOnlineLine(int camera, int64_t at) {
   return line;
 }
 
+std::string DiskLine(int camera, int64_t at, bool full) {
+  char line[96];
+  std::snprintf(line, sizeof line, "Record Event : %s , Camera%02d %s\r\n", TimeText(at).c_str(), camera - 1,
+                full ? "DISK_FULL" : "DISK_OK");
+  return line;
+}
+
 std::string RecycledLine(int camera, int64_t at, int64_t start, int64_t end, const std::string& path) {
   char head[160];
   std::snprintf(head, sizeof head, "Recycle Event : %s , Camera%02d RECYCLED %s ~ %s , ", TimeText(at).c_str(),
@@ -83,18 +84,20 @@ std::string RecycledLine(int camera, int64_t at, int64_t start, int64_t end, con
 
 std::vector<SourceOutage> ReadOutages(const std::string& text) {
   std::vector<SourceOutage> out;
-  std::map<int, size_t> open;  // camera -> its outage without an end yet
+  std::map<std::pair<int, bool>, size_t> open;  // (camera, disk) -> its spell without an end yet
   for (const std::string& line : Lines(text)) {
     int64_t at = 0;
     int camera = 0;
     std::string rest;
     if (!ParseEvent(line, "Record Event", &at, &camera, &rest)) continue;
-    if (rest.rfind("SOURCE_OFFLINE", 0) == 0) {
-      if (open.count(camera)) continue;  // still down: the first line tells the start
-      open[camera] = out.size();
-      out.push_back({camera, at, 0, rest.size() > 15 ? rest.substr(15) : ""});
-    } else if (rest.rfind("SOURCE_ONLINE", 0) == 0) {
-      const auto it = open.find(camera);
+    const bool disk = rest.rfind("DISK_", 0) == 0;
+    const auto key = std::make_pair(camera, disk);
+    if (rest.rfind("SOURCE_OFFLINE", 0) == 0 || rest.rfind("DISK_FULL", 0) == 0) {
+      if (open.count(key)) continue;  // still down: the first line tells the start
+      open[key] = out.size();
+      out.push_back({camera, at, 0, disk || rest.size() <= 15 ? "" : rest.substr(15), disk});
+    } else if (rest.rfind("SOURCE_ONLINE", 0) == 0 || rest.rfind("DISK_OK", 0) == 0) {
+      const auto it = open.find(key);
       if (it == open.end()) continue;
       out[it->second].end = at;
       open.erase(it);

@@ -313,6 +313,48 @@ TEST_F(CameraRecorderTest, AnOfflineOrSilentSourceIsOpenedAgainWithBackOff) {
   EXPECT_NE(log.find("nothing came for 5.0 s"), std::string::npos) << log;
 }
 
+// Below 30 MB free the camera stops writing, once, and goes on when space
+// returns: two whole files with the spell between them, a DISK_FULL and a
+// DISK_OK line, and the timeline names the gap after the disk.
+TEST_F(CameraRecorderTest, AFullDiskStopsWritingUntilSpaceReturns) {
+  ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
+  const auto started = std::chrono::steady_clock::now();
+  CameraRecorder cam;
+  CameraRecorderSettings s;
+  s.url = "testsrc";
+  s.folder = Path("rec");
+  s.codec = media::kCodecMJPEG;
+  s.width = 320;
+  s.height = 240;
+  s.framesPerSecond = 10;
+  s.freeSpace = [started](const std::string&) -> uint64_t {
+    const double t = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+    return t > 1.5 && t < 4.0 ? 29u << 20 : 1u << 30;  // 29 MB free for a while, else 1 GB
+  };
+  std::string error;
+  ASSERT_TRUE(cam.Start(s, &error)) << error;
+  std::this_thread::sleep_for(std::chrono::milliseconds(6000));
+  cam.Stop();
+  EXPECT_EQ(cam.Error(), "");
+
+  const std::vector<std::string> files = Recordings(Path("rec"));
+  ASSERT_EQ(files.size(), 2u);
+  for (const std::string& f : files) {
+    media::ZMFileSummary summary;
+    ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
+    EXPECT_EQ(summary.problem, "") << f;
+    EXPECT_GE(summary.records, 5u) << f;
+  }
+  const std::string log = ReadFile(Path("Live.log"));
+  EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
+  EXPECT_NE(log.find("Camera00 DISK_FULL"), std::string::npos) << log;
+  EXPECT_NE(log.find("Camera00 DISK_OK"), std::string::npos) << log;
+
+  const ProgramResult t = RunDravix({"timeline", Path("rec"), "--json", "--home", home()});
+  ASSERT_EQ(t.status, 0) << t.err;
+  EXPECT_NE(t.out.find("\"cause\": \"disk full\""), std::string::npos) << t.out;
+}
+
 TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
   // 2026-03-07 09:05:04.321 as a local FILETIME.
   const int64_t t = 116444736000000000 + (1772874304LL * 1000 + 321) * media::kTicksPerMs;
