@@ -11,19 +11,28 @@
 #include "dravix/log/ilog.h"
 #include "dravix/media/codec_log.h"
 #include "dravix/media/zm_format.h"
+#include "dravix/platform/atomic_file.h"
+#include "dravix/platform/files.h"
+#include "dravix/platform/ini.h"
 #include "dravix/recorder/camera_recorder.h"
+#include "dravix/recorder/recorder.h"
 #include "dravix/settings/setting.h"
 
 #include <signal.h>
+#include <unistd.h>
+
+#include <nlohmann/json.hpp>
 
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 #include <iostream>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,7 +42,9 @@ namespace {
 
 struct Args {
   std::vector<std::string> sources;
+  std::string cameras;
   std::string dir;
+  std::string jsonStatus;
   double seconds = 0;
 };
 Args g;
@@ -48,13 +59,6 @@ std::pair<int, std::string> ParseSource(const std::string& text) {
     throw UsageError("--source '" + text + "' is not N=URL with a camera number N from 1 to " +
                      std::to_string(kDSMaxCamera));
   return {n, text.substr(eq + 1)};
-}
-
-// The camera number of the `i`th camera started (in the order of `urls`).
-int CameraAt(const std::map<int, std::string>& urls, size_t i) {
-  auto it = urls.begin();
-  std::advance(it, static_cast<long>(i));
-  return it->first;
 }
 
 recorder::CameraRecorderSettings CameraSettings(int camera, const std::string& url) {
@@ -79,17 +83,106 @@ recorder::CameraRecorderSettings CameraSettings(int camera, const std::string& u
   return s;
 }
 
-int Run() {
-  if (g.sources.empty()) throw UsageError("no camera to record: give --source N=URL");
-  if (g.dir.empty()) throw UsageError("no record folder: give --dir RECORD_FOLDER");
-  if (g.seconds < 0) throw UsageError("--seconds must not be negative");
+// Cameras named by --source and by "Sources.ini" of the program folder
+// ([Sources] N=URL); --source wins.
+std::map<int, std::string> Sources() {
   std::map<int, std::string> urls;
   for (const std::string& text : g.sources) {
     const auto [n, url] = ParseSource(text);
     if (!urls.emplace(n, url).second) throw UsageError("camera " + std::to_string(n) + " has two --source");
   }
+  const std::string ini = GetModulePath() + "Sources.ini";
+  for (int n = 1; n <= kDSMaxCamera; ++n) {
+    const std::optional<std::string> url = platform::LookupIniValue(ini, "Sources", std::to_string(n));
+    if (url && !url->empty()) urls.emplace(n, *url);
+  }
+  return urls;
+}
+
+// "1,3-5" -> {1, 3, 4, 5}.
+std::vector<int> CameraList(const std::string& text) {
+  std::vector<int> cameras;
+  std::stringstream in(text);
+  for (std::string part; std::getline(in, part, ',');) {
+    int a = 0, b = 0;
+    char dash = 0, tail = 0;
+    const int got = std::sscanf(part.c_str(), "%d%c%d%c", &a, &dash, &b, &tail);
+    if (got == 1) b = a;
+    if (!(got == 1 || (got == 3 && dash == '-')) || a < 1 || b > kDSMaxCamera || a > b)
+      throw UsageError("--cameras '" + text + "' is not a list of camera numbers 1-" + std::to_string(kDSMaxCamera) +
+                       " such as 1,3-5");
+    for (int n = a; n <= b; ++n) cameras.push_back(n);
+  }
+  return cameras;
+}
+
+// Bytes of the recordings already in the record folder.
+uint64_t RecordedBytes(const std::string& folder) {
+  uint64_t total = 0;
+  std::error_code ec;
+  for (std::filesystem::recursive_directory_iterator it(folder, ec), end; !ec && it != end; it.increment(ec))
+    if (it->is_regular_file(ec)) total += it->file_size(ec);
+  return total;
+}
+
+// How many days of recordings the disk holds at the current rate: its free
+// space, plus (when old recordings are recycled) what they take.
+std::optional<double> DaysHeld(const std::vector<recorder::CameraStatus>& cams, uint64_t recorded) {
+  double bitsPerSecond = 0;
+  for (const recorder::CameraStatus& c : cams) bitsPerSecond += c.bitsPerSecond;
+  platform::DiskSpace space{};
+  if (bitsPerSecond <= 0 || !platform::QueryDiskSpace(g.dir, &space)) return std::nullopt;
+  tagDSGENERALOPTION general{};
+  ISetting::Instance()->GetGeneral(general);
+  const double bytes = static_cast<double>(space.freeToCaller) + (general.bAutoRecycle ? double(recorded) : 0.0);
+  return bytes / (bitsPerSecond / 8 * 86400);
+}
+
+nlohmann::json StatusJson(const std::vector<recorder::CameraStatus>& cams, std::optional<double> days) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const recorder::CameraStatus& c : cams)
+    list.push_back({{"camera", c.camera},
+                    {"state", c.state},
+                    {"fps", c.framesPerSecond},
+                    {"bit_rate", c.bitsPerSecond},
+                    {"file", c.file.empty() ? nlohmann::json() : nlohmann::json(c.file)},
+                    {"pictures", c.pictures},
+                    {"bytes", c.bytes},
+                    {"reason", c.reason.empty() ? nlohmann::json() : nlohmann::json(c.reason)}});
+  return {{"cameras", list}, {"days_held", days ? nlohmann::json(*days) : nlohmann::json()}};
+}
+
+std::string StatusLine(const recorder::CameraStatus& c, std::optional<double> days) {
+  char line[512];
+  std::snprintf(line, sizeof line, "cam%02d  %-9s  %5.1f fps  %7.2f Mbit/s  %s%s", c.camera, c.state.c_str(),
+                c.framesPerSecond, c.bitsPerSecond / 1e6, c.file.empty() ? "-" : c.file.c_str(),
+                days ? ("  disk holds " + std::to_string(static_cast<long long>(*days)) + " days").c_str() : "");
+  return line;
+}
+
+int Run() {
+  if (g.dir.empty()) throw UsageError("no record folder: give --dir RECORD_FOLDER");
+  if (g.seconds < 0) throw UsageError("--seconds must not be negative");
+  const std::map<int, std::string> urls = Sources();
+  std::vector<int> numbers;
+  if (!g.cameras.empty()) {
+    numbers = CameraList(g.cameras);
+  } else {
+    for (const auto& [n, url] : urls) numbers.push_back(n);
+  }
+  if (numbers.empty())
+    throw UsageError("no camera to record: give --source N=URL, or name the sources in Sources.ini of " +
+                     GetModulePath());
+  std::vector<recorder::CameraRecorderSettings> settings;
+  for (int n : numbers) {
+    const auto it = urls.find(n);
+    if (it == urls.end())
+      throw UsageError("camera " + std::to_string(n) + " has no source: give --source " + std::to_string(n) +
+                       "=URL or a line " + std::to_string(n) + "=URL under [Sources] in Sources.ini");
+    settings.push_back(CameraSettings(n, it->second));
+  }
   media::QuietCodecLog();
-  // Outages go to the live log beside the schedule's lines.
+  // Outages and the schedule's events go to the live log.
   if (!ILiveLog::Instance()->SetFilename("Live.log"))
     throw Failure("cannot open the live log Live.log in " + GetModulePath());
 
@@ -107,50 +200,63 @@ int Run() {
   };
 
   StopRequest stop;
-  std::vector<std::unique_ptr<recorder::CameraRecorder>> cameras;
-  for (const auto& [n, url] : urls) {
-    auto cam = std::make_unique<recorder::CameraRecorder>();
-    cam->OnFileClosed(closed);
-    std::string error;
-    if (!cam->Start(CameraSettings(n, url), &error)) {
-      cameras.clear();  // closes what the others began
-      throw Failure(error);
-    }
-    cameras.push_back(std::move(cam));
-  }
+  recorder::Recorder rec;
+  rec.OnFileClosed(closed);
+  std::string error;
+  if (!rec.Start(settings, &error)) throw Failure(error);
 
-  const auto until = std::chrono::steady_clock::now() + std::chrono::duration<double>(g.seconds);
-  std::vector<std::string> problems(cameras.size());
+  const bool live = ::isatty(STDERR_FILENO) == 1;
+  const uint64_t recorded = RecordedBytes(g.dir);
+  const auto begun = std::chrono::steady_clock::now();
+  const auto until = begun + std::chrono::duration<double>(g.seconds);
+  auto nextTick = begun;
+  std::vector<std::string> reasons(settings.size());
+  std::vector<uint64_t> pictures(settings.size());
+  size_t linesShown = 0;
   for (;;) {
     if (StopRequest::Requested()) break;
-    if (g.seconds > 0 && std::chrono::steady_clock::now() >= until) break;
-    bool any = false;
-    for (size_t i = 0; i < cameras.size(); ++i) {
-      any = any || cameras[i]->IsRecording();
-      // Say when a camera's source goes down and when it is back.
-      const std::string problem = cameras[i]->SourceProblem();
-      if (problem != problems[i]) {
-        std::lock_guard<std::mutex> lock(outMutex);
-        std::cerr << "dravix record: camera " << CameraAt(urls, i) << ": "
-                  << (problem.empty() ? "the source is back" : problem + "; trying again") << std::endl;
-        problems[i] = problem;
+    const auto now = std::chrono::steady_clock::now();
+    if (g.seconds > 0 && now >= until) break;
+    if (now >= nextTick) {
+      nextTick = now + std::chrono::seconds(1);
+      rec.Tick();
+      const std::vector<recorder::CameraStatus> cams = rec.Status();
+      const std::optional<double> days = DaysHeld(cams, recorded);
+      std::lock_guard<std::mutex> lock(outMutex);
+      for (size_t i = 0; i < cams.size(); ++i) {
+        pictures[i] = cams[i].pictures;
+        // Say when a camera's source goes down and when it is back.
+        if (cams[i].reason != reasons[i] && !live)
+          std::cerr << "dravix record: camera " << cams[i].camera << ": "
+                    << (cams[i].reason.empty() ? "the source is back" : cams[i].reason + "; trying again") << std::endl;
+        reasons[i] = cams[i].reason;
+      }
+      if (live) {
+        // One line per camera, drawn over the previous ones.
+        if (linesShown > 0) std::cerr << "\x1b[" << linesShown << "F";
+        for (const recorder::CameraStatus& c : cams) std::cerr << "\x1b[2K" << StatusLine(c, days) << '\n';
+        linesShown = cams.size();
+        std::cerr << std::flush;
+      }
+      if (!g.jsonStatus.empty()) {
+        std::string why;
+        if (!platform::ReplaceFileAtomically(g.jsonStatus, StatusJson(cams, days).dump(2) + "\n", 0644, &why))
+          std::cerr << "dravix record: cannot write " << g.jsonStatus << ": " << why << std::endl;
       }
     }
-    if (!any) break;
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
+  rec.Stop();
   int status = kExitOk;
-  for (size_t i = 0; i < cameras.size(); ++i) {
-    const auto& cam = cameras[i];
-    cam->Stop();
-    std::string error = cam->Error();
-    // A camera whose source never gave a picture recorded nothing: that is
-    // a failure, with the source's last reason.
-    if (error.empty() && cam->Pictures() == 0 && !problems[i].empty())
-      error = "camera " + std::to_string(CameraAt(urls, i)) + " recorded nothing: " + problems[i];
-    if (!error.empty()) {
+  const std::vector<recorder::CameraStatus> last = rec.Status();
+  for (size_t i = 0; i < settings.size(); ++i) {
+    // A camera that failed, or whose source never gave a picture, says why.
+    std::string why = i < last.size() && last[i].state == "failed" ? last[i].reason : "";
+    if (why.empty() && pictures[i] == 0 && !reasons[i].empty())
+      why = "camera " + std::to_string(settings[i].camera) + " recorded nothing: " + reasons[i];
+    if (!why.empty()) {
       std::lock_guard<std::mutex> lock(outMutex);
-      std::cerr << "dravix record: " << error << std::endl;
+      std::cerr << "dravix record: " << why << std::endl;
       status = kExitFailure;
     }
   }
@@ -159,13 +265,14 @@ int Run() {
 
 void Register(CLI::App& app) {
   CLI::App* cmd = AddCommand(&app, "record",
-                             "Record cameras in the foreground until --seconds pass or SIGTERM/Ctrl-C; "
-                             "prints a line per file closed",
+                             "Record cameras in the foreground, on their schedule (or while their Record switch is "
+                             "on), until --seconds pass or SIGTERM/Ctrl-C; prints a line per file closed",
                              Run);
   cmd->add_option("--source", g.sources,
                   "N=URL: camera N (1-16) records from URL (any input libavformat opens, or testsrc for the "
-                  "test pattern with frame codes)")
-      ->required();
+                  "test pattern with frame codes); also read from Sources.ini ([Sources] N=URL)");
+  cmd->add_option("--cameras", g.cameras, "The cameras to record, e.g. 1,3-5 (default: every camera with a source)");
+  cmd->add_option("--json-status", g.jsonStatus, "Keep the cameras' states in this JSON file, renewed every second");
   cmd->add_option("--dir", g.dir, "The record folder (files go to DIR/YYYY-MM-DD/camNN/)")->required();
   cmd->add_option("--seconds", g.seconds, "Stop after this many seconds (0: until SIGTERM or Ctrl-C)");
 }

@@ -67,7 +67,9 @@ struct CameraRecorder::Impl {
   std::vector<Clock::time_point> attempts;  // under `mutex`: when the source was tried again
   std::atomic<uint64_t> outages{0};
   std::string problem;  // under `mutex`: why the source is down now
-  bool diskFull = false;
+  std::atomic<bool> diskFull{false};
+  std::atomic<uint64_t> bytes{0};  // picture bytes written
+  std::string openPath;            // under `mutex`: the file being written
   Clock::time_point lastDiskLook;
   bool sourceOpen = false;   // Start() opened it
   std::string startupError;  // why Start() could not
@@ -260,7 +262,7 @@ struct CameraRecorder::Impl {
     lastDiskLook = now;
     const uint64_t free = s.freeSpace ? s.freeSpace(s.folder) : FreeSpace(s.folder);
     if ((free < kDiskGuardBytes) != diskFull) {
-      diskFull = !diskFull;
+      diskFull = !diskFull.load();
       if (diskFull) CloseFile();
       ILiveLog::Instance()->Write(DiskLine(s.camera, media::LocalFileTimeNow(), diskFull).c_str());
     }
@@ -290,6 +292,7 @@ struct CameraRecorder::Impl {
         return false;
       }
       ++pictures;
+      bytes += p.data.size();
       // A new file tells its first picture at once: until then its header
       // claims an open-ended data area, which readers cannot trust.
       if (opened && !Checkpoint()) return false;
@@ -327,6 +330,10 @@ struct CameraRecorder::Impl {
       return false;
     }
     path = candidate;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      openPath = path;
+    }
     fileStart = at;
     lastCheckpoint = Clock::now();
     ::ZShareMem::Instance()->Add(path.c_str());
@@ -335,6 +342,10 @@ struct CameraRecorder::Impl {
 
   void CloseFile() {
     if (!writer.IsOpen()) return;
+    {
+      std::lock_guard<std::mutex> lock(mutex);
+      openPath.clear();
+    }
     ClosedRecording c;
     c.camera = s.camera;
     c.path = path;
@@ -441,6 +452,17 @@ std::string CameraRecorder::Error() const {
 uint64_t CameraRecorder::Pictures() const { return impl_->pictures; }
 
 uint64_t CameraRecorder::Outages() const { return impl_->outages; }
+
+CameraRecorder::Snapshot CameraRecorder::Now() const {
+  Snapshot s;
+  s.pictures = impl_->pictures;
+  s.bytes = impl_->bytes;
+  s.diskFull = impl_->diskFull;
+  std::lock_guard<std::mutex> lock(impl_->mutex);
+  s.file = impl_->openPath;
+  s.sourceProblem = impl_->problem;
+  return s;
+}
 
 std::string CameraRecorder::SourceProblem() const {
   std::lock_guard<std::mutex> lock(impl_->mutex);

@@ -107,6 +107,15 @@ class CameraRecorder {
   uint64_t Outages() const;
   // Why the source is down now ("" while it gives pictures).
   std::string SourceProblem() const;
+  // What a status line shows, taken at once.
+  struct Snapshot {
+    uint64_t pictures = 0;
+    uint64_t bytes = 0;  // picture bytes written so far
+    std::string file;    // the file being written, "" between files
+    std::string sourceProblem;
+    bool diskFull = false;
+  };
+  Snapshot Now() const;
   std::vector<std::chrono::system_clock::time_point> Attempts() const;
 
  private:

@@ -1,5 +1,6 @@
 #include "dravix/recorder/camera_recorder.h"
 
+#include "dravix/base/ztime.h"
 #include "dravix/live/liveshare.h"
 #include "dravix/log/ilog.h"
 #include "dravix/media/frame_code.h"
@@ -9,6 +10,9 @@
 #include "dravix/media/video_encoder.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_summary.h"
+#include "dravix/platform/clock.h"
+#include "dravix/recorder/recorder.h"
+#include "dravix/schedule/zschedulemanager.h"
 #include "tests/support/run_program.h"
 #include "tests/support/test_home.h"
 
@@ -22,6 +26,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
@@ -38,6 +44,13 @@ namespace {
 
 namespace fs = std::filesystem;
 using recorder::CameraRecorder;
+
+// "YYYY-MM-DD": the recorder's day folder.
+std::string FormatTimeFolder(const SYSTEMTIME& t) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02d", t.wYear, t.wMonth, t.wDay);
+  return text;
+}
 using recorder::CameraRecorderSettings;
 using recorder::ClosedRecording;
 
@@ -353,6 +366,73 @@ TEST_F(CameraRecorderTest, AFullDiskStopsWritingUntilSpaceReturns) {
   const ProgramResult t = RunDravix({"timeline", Path("rec"), "--json", "--home", home()});
   ASSERT_EQ(t.status, 0) << t.err;
   EXPECT_NE(t.out.find("\"cause\": \"disk full\""), std::string::npos) << t.out;
+}
+
+// Camera 1's schedule opens a window two seconds ahead for three seconds:
+// the recorder, ticking as a host does, records it only inside the window
+// (to within a second) through the schedule's events 6 and 8, with the
+// schedule's lines in the live log; camera 2 has no schedule and records
+// throughout because its Record switch is on.
+TEST_F(CameraRecorderTest, AScheduledCameraRecordsOnlyInsideItsWindow) {
+  ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
+  ZScheduleManager* m = ZScheduleManager::Instance();
+  m->Load();  // this test's program folder: no schedule yet
+  std::vector<tagDSSCHEDULEOPTION> cams(kScheduleCameras);
+  std::vector<tagSCHEDULEWORKTASK> lists(kScheduleLists);
+  m->LoadSchedule(cams.data(), lists.data());
+  const SYSTEMTIME now = platform::LocalNow();
+  tagDSWORKTASK window{};
+  window.start = MinusTime(now, -2);
+  window.end = MinusTime(now, -5);
+  window.bConnect = 1;
+  window.bRecord = 1;
+  cams[0].nEnabled = 1;
+  cams[0].nMode = kScheduleDaily;
+  lists[kFirstDailyList].tasks = {window};
+  m->SaveSchedule(cams.data(), lists.data());
+
+  recorder::Recorder rec;
+  std::vector<CameraRecorderSettings> settings(2);
+  for (int i = 0; i < 2; ++i) {
+    settings[i].camera = i + 1;
+    settings[i].url = "testsrc";
+    settings[i].folder = Path("rec");
+    settings[i].codec = media::kCodecMJPEG;
+    settings[i].width = 320;
+    settings[i].height = 240;
+    settings[i].framesPerSecond = 10;
+  }
+  std::string error;
+  ASSERT_TRUE(rec.Start(settings, &error)) << error;
+  EXPECT_EQ(rec.Status()[0].state, "idle");
+  EXPECT_EQ(rec.Status()[1].state, "recording");
+  for (int i = 0; i < 35; ++i) {  // 7 s of a host's timer
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    rec.Tick();
+  }
+  rec.Stop();
+
+  auto fileTime = [](const SYSTEMTIME& t) {
+    FILETIME ft{};
+    SystemTimeToFileTime(t, &ft);
+    return FileTimeToInt64(ft);
+  };
+  const std::vector<std::string> cam1 = Recordings(Path("rec") + "/" + FormatTimeFolder(now) + "/cam01");
+  ASSERT_EQ(cam1.size(), 1u);
+  media::ZMFileSummary summary;
+  ASSERT_EQ(media::SummarizeRecording(cam1[0].c_str(), &summary), S_OK);
+  const int64_t start = summary.header.StartTime(), end = start + summary.header.Duration();
+  constexpr int64_t kSecond = 10000000;
+  // Inside the window to within a second; the events fire on whole seconds
+  // of the host's timer, so the recording may begin and end up to 1.5 s late.
+  EXPECT_GE(start, fileTime(window.start) - kSecond);
+  EXPECT_LE(start, fileTime(window.start) + kSecond * 3 / 2);
+  EXPECT_LE(end, fileTime(window.end) + kSecond * 3 / 2);
+  EXPECT_GE(end, fileTime(window.end) - kSecond);
+  EXPECT_EQ(Recordings(Path("rec") + "/" + FormatTimeFolder(now) + "/cam02").size(), 1u);
+  const std::string log = ReadFile(Path("Live.log"));
+  EXPECT_NE(log.find("Camera00 ZE_START_RECORDING"), std::string::npos) << log;
+  EXPECT_NE(log.find("Camera00 ZE_STOP_RECORDING"), std::string::npos) << log;
 }
 
 TEST(RecordingName, RoundTripsAndRefusesOtherNames) {

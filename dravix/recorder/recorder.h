@@ -1,0 +1,63 @@
+// Recorder: the cameras of a program folder, recorded when the library's
+// schedule says.
+//
+// A camera whose schedule is enabled ("Schedule.zmi") records between the
+// schedule's events: the recorder asks ISetting::PostTimeSchedling for the
+// camera each day (at Start() and again after midnight), and its handlers of
+// event 6 (start recording) and event 8 (stop recording) start and stop the
+// camera's CameraRecorder; the host calls Tick() about once a second, which
+// fires the due events through IDispatcher::ProcessTimeEvent. A camera
+// without an enabled schedule records while its "Record" switch is on. The
+// schedule's "Schedule Event" lines go to the live log (ILiveLog) as the
+// manager writes them.
+//
+// Everything but the recording threads runs on the caller's thread:
+// Start(), Tick(), Status() and Stop() are called from one thread.
+#pragma once
+
+#include "dravix/recorder/camera_recorder.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace dravix::recorder {
+
+struct CameraStatus {
+  int camera = 0;
+  // "recording", "idle" (outside its schedule, or its switch off),
+  // "offline" (the source is down), "disk full", "failed".
+  std::string state;
+  double framesPerSecond = 0;  // since the previous Status()
+  double bitsPerSecond = 0;
+  std::string file;    // the file being written
+  std::string reason;  // why it is offline or failed
+  uint64_t pictures = 0;
+  uint64_t bytes = 0;
+};
+
+class Recorder {
+ public:
+  Recorder();
+  ~Recorder();  // Stop()s
+  Recorder(const Recorder&) = delete;
+  Recorder& operator=(const Recorder&) = delete;
+
+  void OnFileClosed(std::function<void(const ClosedRecording&)> callback);
+  // Takes the cameras (settings.camera from 1 to 16) and starts those that
+  // record now. False with `error` when a camera cannot record at all.
+  bool Start(std::vector<CameraRecorderSettings> cameras, std::string* error);
+  // Fires the schedule's due events; posts the day's windows after midnight.
+  void Tick();
+  // The cameras' states, in the order given to Start().
+  std::vector<CameraStatus> Status();
+  // Every camera's file closed whole; the handlers unregistered.
+  void Stop();
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace dravix::recorder
