@@ -1,8 +1,10 @@
-// `dravix record`: records cameras in the foreground, one thread per camera
-// (dravix/recorder/camera_recorder.h), until --seconds have passed or
-// SIGTERM or SIGINT arrives; every file is closed whole either way. Each
-// camera's codec, picture size, frame rate, qualities and the file size
-// come from the camera options of the program folder.
+// `dravix record`: records cameras in the foreground on their schedule
+// (dravix/recorder/recorder.h), one thread per camera, until --seconds have
+// passed or SIGTERM or SIGINT arrives; every file is closed whole either
+// way. Each camera's codec, picture size, frame rate, qualities and the
+// file size come from the camera options of the program folder; its source
+// from --source or "Sources.ini". A status line per camera on a terminal,
+// and --json-status for monitoring.
 #include "tools/command.h"
 #include "tools/stop_request.h"
 
