@@ -273,8 +273,10 @@ void Register(CLI::App& app) {
   cmd->add_option("--source", g.sources,
                   "N=URL: camera N (1-16) records from URL (any input libavformat opens, or testsrc for the "
                   "test pattern with frame codes); also read from Sources.ini ([Sources] N=URL)");
-  cmd->add_option("--cameras", g.cameras, "The cameras to record, e.g. 1,3-5 (default: every camera with a source)");
-  cmd->add_option("--json-status", g.jsonStatus, "Keep the cameras' states in this JSON file, renewed every second");
+  cmd->add_option("--cameras", g.cameras, "The cameras to record, e.g. 1,3-5 (default: every camera with a source)")
+      ->type_name("LIST");
+  cmd->add_option("--json-status", g.jsonStatus, "Keep the cameras' states in this JSON file, renewed every second")
+      ->type_name("FILE");
   cmd->add_option("--dir", g.dir, "The record folder (files go to DIR/YYYY-MM-DD/camNN/)")->required();
   cmd->add_option("--seconds", g.seconds, "Stop after this many seconds (0: until SIGTERM or Ctrl-C)");
 }

@@ -323,18 +323,19 @@ void Register(CLI::App& app) {
                              Run);
   TimelineOptions& o = Options();
   cmd->add_option("FOLDER", o.folder, "The record folder, scanned with its subfolders")->required();
-  cmd->add_option("--from", o.from, "First day shown, YYYY-MM-DD (by the day a file starts)");
-  cmd->add_option("--to", o.to, "Last day shown, YYYY-MM-DD");
-  cmd->add_option("--html", o.html, "Also write the timeline as a self-contained web page (replaced)");
+  cmd->add_option("--from", o.from, "First day shown, YYYY-MM-DD (by the day a file starts)")->type_name("DAY");
+  cmd->add_option("--to", o.to, "Last day shown, YYYY-MM-DD")->type_name("DAY");
+  cmd->add_option("--html", o.html, "Also write the timeline as a self-contained web page (replaced)")
+      ->type_name("OUT.html");
   cmd->add_option("--thumbnails", o.thumbnails, "First pictures shown on the page, at most (default 200)")
       ->check(CLI::NonNegativeNumber);
   AddJsonFlag(cmd);
   cmd->footer(
-      "A gap is a second or more between one file's last record and the next file's first. Its cause, "
-      "from the files of --home: \"recycled\" (Recycle.log deleted recordings in it), \"schedule\" "
-      "(outside the camera's enabled schedule, Schedule.zmi), \"damaged\" (the file before it has a torn "
-      "tail), \"offline\" or \"disk full\" (Live.log tells a source outage or a full disk in it), else \"unknown\". "
-      "Example:\n"
+      "A gap is a second or more between one file's last record and the next file's first. Its\n"
+      "cause, from the files of --home: \"recycled\" (Recycle.log deleted recordings in it),\n"
+      "\"schedule\" (outside the camera's enabled schedule in Schedule.zmi), \"damaged\" (the file\n"
+      "before it has a torn tail), \"offline\" or \"disk full\" (Live.log tells a source outage or a\n"
+      "full disk in it), else \"unknown\". Example:\n"
       "  dravix timeline /srv/rec --from 2026-11-01 --to 2026-11-07 --html week.html");
 }
 
