@@ -187,6 +187,9 @@ int Run() {
   // Outages and the schedule's events go to the live log.
   if (!ILiveLog::Instance()->SetFilename("Live.log"))
     throw Failure("cannot open the live log Live.log in " + GetModulePath());
+  // What recycling deletes goes to the recycle log.
+  if (!IRecycleLog::Instance()->SetFilename("Recycle.log"))
+    throw Failure("cannot open the recycle log Recycle.log in " + GetModulePath());
 
   std::mutex outMutex;
   bool fileFailed = false;

@@ -1,6 +1,10 @@
 #include "dravix/recorder/recorder.h"
 
+#include "dravix/config/switches.h"
+#include "dravix/live/liveshare.h"
 #include "dravix/platform/clock.h"
+#include "dravix/platform/files.h"
+#include "dravix/recorder/recycler.h"
 #include "dravix/schedule/event_ids.h"
 #include "dravix/schedule/idispatcher.h"
 #include "dravix/schedule/zhandler.h"
@@ -9,6 +13,7 @@
 
 #include <chrono>
 #include <map>
+#include <set>
 
 namespace dravix::recorder {
 
@@ -42,6 +47,35 @@ struct Recorder::Impl {
   Switch handler{this};
   bool started = false;
   WORD postedDay = 0;  // the day of month the schedule was last posted for
+  RecorderDisk disk;
+  std::vector<std::string> recycled;
+  std::chrono::steady_clock::time_point lastRecycle;
+
+  // Makes room on each record folder's disk when recycling is on.
+  void Recycle() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - lastRecycle < std::chrono::seconds(10)) return;
+    lastRecycle = now;
+    tagDSGENERALOPTION general{};
+    ISetting::Instance()->GetGeneral(general);
+    if (!general.bAutoRecycle) return;
+    std::set<std::string> folders;
+    for (const Camera& c : cameras) folders.insert(c.settings.folder);
+    for (const std::string& folder : folders) {
+      platform::DiskSpace space{};
+      const bool known = platform::QueryDiskSpace(folder, &space);
+      const uint64_t total = disk.total ? disk.total(folder) : known ? space.total : 0;
+      const uint64_t free = disk.free ? disk.free(folder) : known ? space.freeToCaller : 0;
+      const double ratio = disk.keepRatio >= 0 ? disk.keepRatio : GetKeepStorageSize();
+      if (total == 0 || ratio <= 0 || ratio >= 1) continue;
+      const auto needFree = static_cast<uint64_t>(static_cast<double>(total) * (1 - ratio));
+      if (free >= needFree) continue;
+      const RecycleResult r = RecycleOldest(
+          folder, needFree, [](const std::string& p) { return ::ZShareMem::Instance()->HasToken(p.c_str()) != 0; },
+          disk.free);
+      recycled.insert(recycled.end(), r.deleted.begin(), r.deleted.end());
+    }
+  }
 
   Camera* Find(int camera) {
     for (Camera& c : cameras)
@@ -85,6 +119,10 @@ Recorder::Recorder() : impl_(std::make_unique<Impl>()) {}
 
 Recorder::~Recorder() { Stop(); }
 
+void Recorder::SetDisk(RecorderDisk disk) { impl_->disk = std::move(disk); }
+
+const std::vector<std::string>& Recorder::Recycled() const { return impl_->recycled; }
+
 void Recorder::OnFileClosed(std::function<void(const ClosedRecording&)> callback) {
   impl_->onClosed = std::move(callback);
 }
@@ -122,6 +160,7 @@ void Recorder::Tick() {
   if (!m.started) return;
   m.PostDay();
   IDispatcher::Instance()->ProcessTimeEvent();
+  m.Recycle();
 }
 
 std::vector<CameraStatus> Recorder::Status() {
@@ -145,9 +184,9 @@ std::vector<CameraStatus> Recorder::Status() {
       s.bytes = n.bytes;
       s.file = n.file;
       s.state = !c.recorder->Error().empty() ? "failed"
-                : n.diskFull                  ? "disk full"
-                : !n.sourceProblem.empty()    ? "offline"
-                                              : "recording";
+                : n.diskFull                 ? "disk full"
+                : !n.sourceProblem.empty()   ? "offline"
+                                             : "recording";
       s.reason = !c.recorder->Error().empty() ? c.recorder->Error() : n.sourceProblem;
     }
     c.lastLook = now;

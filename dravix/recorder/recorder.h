@@ -11,6 +11,11 @@
 // schedule's "Schedule Event" lines go to the live log (ILiveLog) as the
 // manager writes them.
 //
+// Recycling. With "AutoRecycle" on, Tick() looks at each record folder's
+// disk every 10 seconds: when less than (1 - GetKeepStorageSize()) of it is
+// free, the oldest recordings go (recycler.h; never one held in the
+// live-file registry, so never one being written) until that much is free.
+//
 // Everything but the recording threads runs on the caller's thread:
 // Start(), Tick(), Status() and Stop() are called from one thread.
 #pragma once
@@ -37,6 +42,13 @@ struct CameraStatus {
   uint64_t bytes = 0;
 };
 
+// The disk a record folder lies on; tests stand in for it.
+struct RecorderDisk {
+  std::function<uint64_t(const std::string& folder)> free;   // free bytes
+  std::function<uint64_t(const std::string& folder)> total;  // size in bytes
+  double keepRatio = -1;                                     // the part that may be filled; < 0: GetKeepStorageSize()
+};
+
 class Recorder {
  public:
   Recorder();
@@ -45,6 +57,9 @@ class Recorder {
   Recorder& operator=(const Recorder&) = delete;
 
   void OnFileClosed(std::function<void(const ClosedRecording&)> callback);
+  void SetDisk(RecorderDisk disk);
+  // The recordings recycled so far.
+  const std::vector<std::string>& Recycled() const;
   // Takes the cameras (settings.camera from 1 to 16) and starts those that
   // record now. False with `error` when a camera cannot record at all.
   bool Start(std::vector<CameraRecorderSettings> cameras, std::string* error);

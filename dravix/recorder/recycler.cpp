@@ -26,9 +26,11 @@ uint64_t FreeBytes(const std::string& folder) {
 }  // namespace
 
 RecycleResult RecycleOldest(const std::string& folder, uint64_t needFree,
-                            const std::function<bool(const std::string& path)>& isHeld) {
+                            const std::function<bool(const std::string& path)>& isHeld,
+                            const std::function<uint64_t(const std::string& folder)>& freeSpace) {
+  const auto freeBytes = [&] { return freeSpace ? freeSpace(folder) : FreeBytes(folder); };
   RecycleResult r;
-  r.freeAfter = FreeBytes(folder);
+  r.freeAfter = freeBytes();
   if (r.freeAfter >= needFree) return r;
 
   // The candidates, oldest start first (the names tell the start).
@@ -52,7 +54,7 @@ RecycleResult RecycleOldest(const std::string& folder, uint64_t needFree,
     IRecycleLog::Instance()->Write(
         RecycledLine(seen.cameraNumber, media::LocalFileTimeNow(), seen.start, seen.end, path).c_str());
     r.deleted.push_back(path);
-    r.freeAfter = FreeBytes(folder);
+    r.freeAfter = freeBytes();
   }
   if (r.freeAfter < needFree)
     r.error = "only " + std::to_string(r.freeAfter) + " bytes free on the disk of " + folder + " after recycling " +

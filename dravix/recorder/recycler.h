@@ -27,8 +27,10 @@ struct RecycleResult {
 
 // Deletes the oldest recordings under `folder` until the disk holding it
 // has `needFree` bytes free. `isHeld` says whether a file is held open
-// (unset: none is).
+// (unset: none is); `freeSpace` gives the disk's free bytes (unset: asked
+// of the file system).
 RecycleResult RecycleOldest(const std::string& folder, uint64_t needFree,
-                            const std::function<bool(const std::string& path)>& isHeld);
+                            const std::function<bool(const std::string& path)>& isHeld,
+                            const std::function<uint64_t(const std::string& folder)>& freeSpace = {});
 
 }  // namespace dravix::recorder

@@ -435,6 +435,65 @@ TEST_F(CameraRecorderTest, AScheduledCameraRecordsOnlyInsideItsWindow) {
   EXPECT_NE(log.find("Camera00 ZE_STOP_RECORDING"), std::string::npos) << log;
 }
 
+// With "AutoRecycle" on and a disk (simulated: five old recordings' worth,
+// half of it allowed to fill) short of free space, the recorder deletes the
+// oldest recordings until half is free: never one held in the registry,
+// each with a line in the recycle log.
+TEST_F(CameraRecorderTest, RecyclingDeletesTheOldestRecordingsNotHeld) {
+  ASSERT_TRUE(IRecycleLog::Instance()->SetFilename("Recycle.log"));
+  // Day k + 1 at 1k:00, oldest first. (The registry tells files apart by
+  // their 16-byte names, so no two share one.)
+  std::vector<std::string> old;
+  for (int k = 0; k < 4; ++k) {
+    const int64_t start = 128488032000000000 + (k * 86400LL + (10 + k) * 3600) * 10000000;
+    const std::string path = media::RecordingPath(Path("rec"), 1 + k % 2, start);
+    fs::create_directories(fs::path(path).parent_path());
+    const ProgramResult r =
+        RunDravix({"write-test-recording", "--noise", path, "--seconds", "4", "--start",
+                   "2008-03-0" + std::to_string(1 + k) + " 1" + std::to_string(k) + ":00:00", "--home", home()});
+    ASSERT_EQ(r.status, 0) << r.err;
+    old.push_back(path);
+  }
+  // The oldest is held open by someone (a player, say).
+  ::ZShareMem::Instance()->Add(old[0].c_str());
+  ASSERT_EQ(::ZShareMem::Instance()->HasToken(old[0].c_str()), 1);
+  const uint64_t size = fs::file_size(old[0]);
+  auto used = [this] {
+    uint64_t bytes = 0;
+    for (const auto& e : fs::recursive_directory_iterator(Path("rec")))
+      if (e.is_regular_file()) bytes += e.file_size();
+    return bytes;
+  };
+  recorder::RecorderDisk disk;
+  disk.total = [size](const std::string&) { return 5 * size; };
+  disk.free = [size, used](const std::string&) { return 5 * size - std::min(5 * size, used()); };
+  disk.keepRatio = 0.5;
+
+  recorder::Recorder rec;
+  rec.SetDisk(disk);
+  CameraRecorderSettings s;
+  s.camera = 3;
+  s.url = "testsrc";
+  s.folder = Path("rec");
+  s.codec = media::kCodecMJPEG;
+  s.width = 320;
+  s.height = 240;
+  s.framesPerSecond = 5;
+  std::string error;
+  ASSERT_TRUE(rec.Start({s}, &error)) << error;
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  rec.Stop();
+  ::ZShareMem::Instance()->Delete(old[0].c_str());
+
+  // Held: the oldest stays; the next two go, oldest first; the newest stays.
+  EXPECT_EQ(rec.Recycled(), (std::vector<std::string>{old[1], old[2]}));
+  EXPECT_TRUE(fs::exists(old[0]));
+  EXPECT_TRUE(fs::exists(old[3]));
+  const std::string log = ReadFile(Path("Recycle.log"));
+  EXPECT_NE(log.find("RECYCLED 2008/03/02 11:00:00:0000"), std::string::npos) << log;
+  EXPECT_LT(log.find(old[1]), log.find(old[2])) << log;
+}
+
 TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
   // 2026-03-07 09:05:04.321 as a local FILETIME.
   const int64_t t = 116444736000000000 + (1772874304LL * 1000 + 321) * media::kTicksPerMs;
