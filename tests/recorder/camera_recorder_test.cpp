@@ -111,7 +111,21 @@ Frames ReadFrames(const std::string& path, int codec) {
   return f;
 }
 
-class CameraRecorderTest : public TestHome {};
+class CameraRecorderTest : public TestHome {
+ protected:
+  // Camera `camera` recording `url` as 320x240 MJPEG at 10 fps into rec/.
+  CameraRecorderSettings Mjpeg(int camera, const std::string& url) const {
+    CameraRecorderSettings s;
+    s.camera = camera;
+    s.url = url;
+    s.folder = Path("rec");
+    s.codec = media::kCodecMJPEG;
+    s.width = 320;
+    s.height = 240;
+    s.framesPerSecond = 10;
+    return s;
+  }
+};
 
 // Two cameras (MJPEG and H.263) with a small file size: files roll, each
 // starting at a key picture, and the frame codes run on from file to file
@@ -210,13 +224,7 @@ TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
   ASSERT_EQ(exported.status, 0) << exported.out << exported.err;
 
   CameraRecorder cam;
-  CameraRecorderSettings s;
-  s.url = Path("src.mkv");
-  s.folder = Path("rec");
-  s.codec = media::kCodecMJPEG;
-  s.width = 320;
-  s.height = 240;
-  s.framesPerSecond = 10;
+  CameraRecorderSettings s = Mjpeg(1, Path("src.mkv"));
   s.mjpegQuality = 20;
   s.reopen = false;  // the file's end ends the recording
   ASSERT_TRUE(cam.Start(s, &error)) << error;
@@ -260,14 +268,8 @@ TEST_F(CameraRecorderTest, AnOfflineOrSilentSourceIsOpenedAgainWithBackOff) {
   const std::string url = "tcp://127.0.0.1:" + std::to_string(ntohs(addr.sin_port));
 
   CameraRecorder cam;
-  CameraRecorderSettings s;
-  s.url = url;
+  CameraRecorderSettings s = Mjpeg(1, url);
   s.format = "mjpeg";
-  s.folder = Path("rec");
-  s.codec = media::kCodecMJPEG;
-  s.width = 320;
-  s.height = 240;
-  s.framesPerSecond = 10;
   const auto started = std::chrono::system_clock::now();
   ASSERT_TRUE(cam.Start(s, &error)) << error;  // the source is down: the camera waits for it
 
@@ -333,13 +335,7 @@ TEST_F(CameraRecorderTest, AFullDiskStopsWritingUntilSpaceReturns) {
   ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
   const auto started = std::chrono::steady_clock::now();
   CameraRecorder cam;
-  CameraRecorderSettings s;
-  s.url = "testsrc";
-  s.folder = Path("rec");
-  s.codec = media::kCodecMJPEG;
-  s.width = 320;
-  s.height = 240;
-  s.framesPerSecond = 10;
+  CameraRecorderSettings s = Mjpeg(1, "testsrc");
   s.freeSpace = [started](const std::string&) -> uint64_t {
     const double t = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
     return t > 1.5 && t < 4.0 ? 29u << 20 : 1u << 30;  // 29 MB free for a while, else 1 GB
@@ -392,18 +388,8 @@ TEST_F(CameraRecorderTest, AScheduledCameraRecordsOnlyInsideItsWindow) {
   m->SaveSchedule(cams.data(), lists.data());
 
   recorder::Recorder rec;
-  std::vector<CameraRecorderSettings> settings(2);
-  for (int i = 0; i < 2; ++i) {
-    settings[i].camera = i + 1;
-    settings[i].url = "testsrc";
-    settings[i].folder = Path("rec");
-    settings[i].codec = media::kCodecMJPEG;
-    settings[i].width = 320;
-    settings[i].height = 240;
-    settings[i].framesPerSecond = 10;
-  }
   std::string error;
-  ASSERT_TRUE(rec.Start(settings, &error)) << error;
+  ASSERT_TRUE(rec.Start({Mjpeg(1, "testsrc"), Mjpeg(2, "testsrc")}, &error)) << error;
   EXPECT_EQ(rec.Status()[0].state, "idle");
   EXPECT_EQ(rec.Status()[1].state, "recording");
   for (int i = 0; i < 35; ++i) {  // 7 s of a host's timer
@@ -471,16 +457,8 @@ TEST_F(CameraRecorderTest, RecyclingDeletesTheOldestRecordingsNotHeld) {
 
   recorder::Recorder rec;
   rec.SetDisk(disk);
-  CameraRecorderSettings s;
-  s.camera = 3;
-  s.url = "testsrc";
-  s.folder = Path("rec");
-  s.codec = media::kCodecMJPEG;
-  s.width = 320;
-  s.height = 240;
-  s.framesPerSecond = 5;
   std::string error;
-  ASSERT_TRUE(rec.Start({s}, &error)) << error;
+  ASSERT_TRUE(rec.Start({Mjpeg(3, "testsrc")}, &error)) << error;
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   rec.Stop();
   ::ZShareMem::Instance()->Delete(old[0].c_str());
