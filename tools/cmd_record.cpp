@@ -18,6 +18,7 @@
 #include "dravix/platform/ini.h"
 #include "dravix/recorder/camera_recorder.h"
 #include "dravix/recorder/recorder.h"
+#include "dravix/schedule/zschedulemanager.h"
 #include "dravix/settings/setting.h"
 
 #include <signal.h>
@@ -209,6 +210,16 @@ int Run() {
   rec.OnFileClosed(closed);
   std::string error;
   if (!rec.Start(settings, &error)) throw Failure(error);
+  // Say why a camera does not record from the start.
+  for (const recorder::CameraStatus& c : rec.Status()) {
+    if (c.state != "idle") continue;
+    const int n = c.camera - 1;
+    std::cerr << "dravix record: camera " << c.camera
+              << (ZScheduleManager::Instance()->IsEnabled(n) == 1
+                      ? ": waits for a window of its schedule (schedule camera " + std::to_string(n) + ")"
+                      : ": its Record switch is off (Camera/Camera" + std::to_string(n) + "/Record)")
+              << std::endl;
+  }
 
   const bool live = ::isatty(STDERR_FILENO) == 1;
   const uint64_t recorded = RecordedBytes(g.dir);
