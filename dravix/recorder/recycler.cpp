@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -18,9 +19,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-uint64_t FreeBytes(const std::string& folder) {
+// The free bytes of the folder's disk; nothing when they cannot be had.
+std::optional<uint64_t> FreeBytes(const std::string& folder) {
   platform::DiskSpace space{};
-  return platform::QueryDiskSpace(folder, &space) ? space.freeToCaller : 0;
+  if (!platform::QueryDiskSpace(folder, &space)) return std::nullopt;
+  return space.freeToCaller;
 }
 
 }  // namespace
@@ -28,10 +31,16 @@ uint64_t FreeBytes(const std::string& folder) {
 RecycleResult RecycleOldest(const std::string& folder, uint64_t needFree,
                             const std::function<bool(const std::string& path)>& isHeld,
                             const std::function<uint64_t(const std::string& folder)>& freeSpace) {
-  const auto freeBytes = [&] { return freeSpace ? freeSpace(folder) : FreeBytes(folder); };
+  // Free space that cannot be read stops the recycling: read as none, it
+  // would delete every recording not held.
   RecycleResult r;
-  r.freeAfter = freeBytes();
-  if (r.freeAfter >= needFree) return r;
+  const auto measure = [&] {
+    const std::optional<uint64_t> free = freeSpace ? freeSpace(folder) : FreeBytes(folder);
+    if (!free) r.error = "cannot read the free space of the disk of " + folder + "; nothing more is recycled";
+    r.freeAfter = free.value_or(0);
+    return free.has_value();
+  };
+  if (!measure() || r.freeAfter >= needFree) return r;
 
   // The candidates, oldest start first (the names tell the start).
   std::vector<std::pair<std::string, std::string>> files;  // sortable start, path
@@ -54,7 +63,7 @@ RecycleResult RecycleOldest(const std::string& folder, uint64_t needFree,
     IRecycleLog::Instance()->Write(
         RecycledLine(seen.cameraNumber, media::LocalFileTimeNow(), seen.start, seen.end, path).c_str());
     r.deleted.push_back(path);
-    r.freeAfter = freeBytes();
+    if (!measure()) return r;
   }
   if (r.freeAfter < needFree)
     r.error = "only " + std::to_string(r.freeAfter) + " bytes free on the disk of " + folder + " after recycling " +

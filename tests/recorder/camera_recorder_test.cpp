@@ -31,8 +31,6 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <map>
 #include <mutex>
 #include <string>
@@ -74,8 +72,7 @@ struct Frames {
 // frame code; fails the test on any record or picture that does not read.
 Frames ReadFrames(const std::string& path, int codec) {
   Frames f;
-  std::ifstream in(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  const std::string bytes = TestHome::ReadFile(path);
   media::ZMFileHeader header;
   EXPECT_GE(bytes.size(), media::kZMHeaderSize) << path;
   if (bytes.size() < media::kZMHeaderSize) return f;
@@ -124,6 +121,17 @@ class CameraRecorderTest : public TestHome {
     s.height = 240;
     s.framesPerSecond = 10;
     return s;
+  }
+  // rec/ holds `count` recordings, each whole with `records` or more records.
+  void ExpectWholeFiles(size_t count, uint64_t records) const {
+    const std::vector<std::string> files = Recordings(Path("rec"));
+    ASSERT_EQ(files.size(), count);
+    for (const std::string& f : files) {
+      media::ZMFileSummary summary;
+      ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
+      EXPECT_EQ(summary.problem, "") << f;
+      EXPECT_GE(summary.records, records) << f;
+    }
   }
 };
 
@@ -309,17 +317,10 @@ TEST_F(CameraRecorderTest, AnOfflineOrSilentSourceIsOpenedAgainWithBackOff) {
   EXPECT_LE(second, 2.5);
   EXPECT_EQ(cam.Error(), "");
 
-  // Two files: the pictures of each connection.
-  const std::vector<std::string> files = Recordings(Path("rec"));
-  ASSERT_EQ(files.size(), 2u);
-  for (const std::string& f : files) {
-    media::ZMFileSummary summary;
-    ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
-    EXPECT_GE(summary.records, 5u) << f;  // a raw MJPEG stream is timed at 25 fps, kept at 10
-    EXPECT_EQ(summary.problem, "") << f;
-  }
-  std::ifstream in(Path("Live.log"), std::ios::binary);
-  const std::string log{std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+  // Two files: the pictures of each connection (a raw MJPEG stream is timed
+  // at 25 fps and kept at 10).
+  ExpectWholeFiles(2, 5);
+  const std::string log = ReadFile(Path("Live.log"));
   size_t offline = 0, online = 0;
   for (size_t at = 0; (at = log.find("Camera00 SOURCE_OFFLINE", at)) != std::string::npos; ++at) ++offline;
   for (size_t at = 0; (at = log.find("Camera00 SOURCE_ONLINE", at)) != std::string::npos; ++at) ++online;
@@ -346,14 +347,7 @@ TEST_F(CameraRecorderTest, AFullDiskStopsWritingUntilSpaceReturns) {
   cam.Stop();
   EXPECT_EQ(cam.Error(), "");
 
-  const std::vector<std::string> files = Recordings(Path("rec"));
-  ASSERT_EQ(files.size(), 2u);
-  for (const std::string& f : files) {
-    media::ZMFileSummary summary;
-    ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
-    EXPECT_EQ(summary.problem, "") << f;
-    EXPECT_GE(summary.records, 5u) << f;
-  }
+  ExpectWholeFiles(2, 5);
   const std::string log = ReadFile(Path("Live.log"));
   EXPECT_EQ(std::count(log.begin(), log.end(), '\n'), 2) << log;
   EXPECT_NE(log.find("Camera00 DISK_FULL"), std::string::npos) << log;
