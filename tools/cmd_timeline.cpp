@@ -25,6 +25,7 @@
 #include "dravix/base/ztime.h"
 #include "dravix/live/liveshare.h"
 #include "dravix/live/picture_scale.h"
+#include "dravix/media/codec_log.h"
 #include "dravix/media/folder_scan.h"
 #include "dravix/media/picture_at.h"
 #include "dravix/media/video_encoder.h"
@@ -36,7 +37,9 @@
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -195,6 +198,16 @@ nlohmann::json FileJson(const ZMScannedFile& f) {
 int Run() {
   const TimelineOptions& o = Options();
   const std::string from = DayArg(o.from, "--from"), to = DayArg(o.to, "--to");
+  // The page replaces its file: only a name of a web page may be given, so
+  // a slip of the keyboard cannot put a page where a recording was.
+  if (!o.html.empty()) {
+    std::string ext = std::filesystem::path(o.html).extension().string();
+    for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    if (ext != ".html" && ext != ".htm") throw UsageError("--html " + o.html + ": the page's name must end in .html");
+  }
+  // A thumbnail is best effort: a picture that does not decode is left out
+  // (the scan reports damaged files), so the decoder's complaints are noise.
+  media::SilenceCodecLog();
   if (!from.empty() && !to.empty() && to < from) throw UsageError("--to " + to + " is before --from " + from);
 
   media::ZMScanOptions scan;

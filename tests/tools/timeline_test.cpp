@@ -90,6 +90,9 @@ TEST_F(Timeline, GapsDamageAndOpenFilesOfARecordFolder) {
   EXPECT_EQ(nlohmann::json::parse(later.out)["files"].size(), 0u) << later.out;
   EXPECT_EQ(RunDravix({"timeline", Path("nowhere"), "--home", home()}).status, 1);
   EXPECT_EQ(RunDravix({"timeline", Path("rec"), "--from", "2008-13-01", "--home", home()}).status, 2);
+  // A page is never written over a recording given by mistake.
+  EXPECT_EQ(RunDravix({"timeline", Path("rec"), "--html", open, "--home", home()}).status, 2);
+  EXPECT_EQ(ReadFile(open).substr(0, 4), "ZMFF");
 }
 
 }  // namespace
