@@ -208,6 +208,12 @@ int Run() {
   StopRequest stop;
   recorder::Recorder rec;
   rec.OnFileClosed(closed);
+  // A status file that cannot be written is found before recording starts.
+  if (!g.jsonStatus.empty()) {
+    std::string why;
+    if (!platform::ReplaceFileAtomically(g.jsonStatus, StatusJson({}, std::nullopt).dump(2) + "\n", 0644, &why))
+      throw Failure("cannot write the status file " + g.jsonStatus + ": " + why);
+  }
   std::string error;
   if (!rec.Start(settings, &error)) throw Failure(error);
   // Say why a camera does not record from the start.
@@ -244,7 +250,10 @@ int Run() {
         // Say when a camera's source goes down and when it is back.
         if (cams[i].reason != reasons[i] && !live)
           std::cerr << "dravix record: camera " << cams[i].camera << ": "
-                    << (cams[i].reason.empty() ? "the source is back" : cams[i].reason + "; trying again") << std::endl;
+                    << (cams[i].reason.empty()       ? std::string("recording again")
+                        : cams[i].state == "offline" ? cams[i].reason + "; trying again"
+                                                     : cams[i].reason)
+                    << std::endl;
         reasons[i] = cams[i].reason;
       }
       if (live) {

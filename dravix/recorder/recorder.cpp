@@ -187,7 +187,9 @@ std::vector<CameraStatus> Recorder::Status() {
                 : n.diskFull                 ? "disk full"
                 : !n.sourceProblem.empty()   ? "offline"
                                              : "recording";
-      s.reason = !c.recorder->Error().empty() ? c.recorder->Error() : n.sourceProblem;
+      s.reason = !c.recorder->Error().empty() ? c.recorder->Error()
+                 : n.diskFull ? "less than 30 MB free on the disk of " + c.settings.folder + "; not writing"
+                              : n.sourceProblem;
     }
     c.lastLook = now;
     out.push_back(s);

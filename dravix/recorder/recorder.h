@@ -37,7 +37,7 @@ struct CameraStatus {
   double framesPerSecond = 0;  // since the previous Status()
   double bitsPerSecond = 0;
   std::string file;    // the file being written
-  std::string reason;  // why it is offline or failed
+  std::string reason;  // why it is offline, not writing (disk full) or failed
   uint64_t pictures = 0;
   uint64_t bytes = 0;
 };
