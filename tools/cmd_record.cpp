@@ -3,20 +3,24 @@
 // passed or SIGTERM or SIGINT arrives; every file is closed whole either
 // way. Each camera's codec, picture size, frame rate, qualities and the
 // file size come from the camera options of the program folder; its source
-// from --source or "Sources.ini". A status line per camera on a terminal,
+// from --source or "Sources.ini", else the capture device the channel
+// manager maps to it (recorder/capture_device.h). A status line per camera on a terminal,
 // and --json-status for monitoring.
 #include "tools/command.h"
 #include "tools/stop_request.h"
 
 #include "dravix/base/zfile.h"
 #include "dravix/config/dvroption.h"
+#include "dravix/live/avmanager.h"
 #include "dravix/log/ilog.h"
 #include "dravix/media/codec_log.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/platform/atomic_file.h"
 #include "dravix/platform/files.h"
 #include "dravix/platform/ini.h"
+#include "dravix/platform/media_devices.h"
 #include "dravix/recorder/camera_recorder.h"
+#include "dravix/recorder/capture_device.h"
 #include "dravix/recorder/recorder.h"
 #include "dravix/schedule/zschedulemanager.h"
 #include "dravix/settings/setting.h"
@@ -163,6 +167,18 @@ std::string StatusLine(const recorder::CameraStatus& c, std::optional<double> da
   return line;
 }
 
+// Cameras without a URL record from the capture device the channel manager
+// maps to their port, counted as the live program counts it.
+std::optional<recorder::CaptureDevice> CaptureDevice(int camera, std::string* why) {
+  static const std::vector<platform::VideoCaptureNode> nodes = [] {
+    live::DeviceEnumerators e;
+    e.programName = [] { return std::string("live"); };
+    live::SetDeviceEnumerators(e);
+    return platform::ListVideoCaptureNodes().value_or(std::vector<platform::VideoCaptureNode>{});
+  }();
+  return recorder::CaptureDeviceOfCamera(camera, nodes, why);
+}
+
 int Run() {
   if (g.dir.empty()) throw UsageError("no record folder: give --dir RECORD_FOLDER");
   if (g.seconds < 0) throw UsageError("--seconds must not be negative");
@@ -171,18 +187,30 @@ int Run() {
   if (!g.cameras.empty()) {
     numbers = CameraList(g.cameras);
   } else {
-    for (const auto& [n, url] : urls) numbers.push_back(n);
+    for (int n = 1; n <= kDSMaxCamera; ++n)
+      if (urls.count(n) != 0 || CaptureDevice(n, nullptr)) numbers.push_back(n);
   }
   if (numbers.empty())
-    throw UsageError("no camera to record: give --source N=URL, or name the sources in Sources.ini of " +
-                     GetModulePath());
+    throw UsageError(
+        "no camera to record: the machine has no V4L2 capture device the channel manager maps to a "
+        "camera; give --source N=URL, or name the sources in Sources.ini of " +
+        GetModulePath());
   std::vector<recorder::CameraRecorderSettings> settings;
   for (int n : numbers) {
     const auto it = urls.find(n);
-    if (it == urls.end())
-      throw UsageError("camera " + std::to_string(n) + " has no source: give --source " + std::to_string(n) +
-                       "=URL or a line " + std::to_string(n) + "=URL under [Sources] in Sources.ini");
-    settings.push_back(CameraSettings(n, it->second));
+    if (it != urls.end()) {
+      settings.push_back(CameraSettings(n, it->second));
+      continue;
+    }
+    std::string why;
+    const std::optional<recorder::CaptureDevice> device = CaptureDevice(n, &why);
+    if (!device)
+      throw UsageError("camera " + std::to_string(n) + " has no source: " + why + "; give --source " +
+                       std::to_string(n) + "=URL or a line " + std::to_string(n) +
+                       "=URL under [Sources] in Sources.ini");
+    settings.push_back(CameraSettings(n, device->path));
+    settings.back().format = "v4l2";
+    settings.back().deviceInput = device->input;
   }
   media::QuietCodecLog();
   // Outages and the schedule's events go to the live log.
@@ -295,8 +323,10 @@ void Register(CLI::App& app) {
                              Run);
   cmd->add_option("--source", g.sources,
                   "N=URL: camera N (1-16) records from URL (any input libavformat opens, or testsrc for the "
-                  "test pattern with frame codes); also read from Sources.ini ([Sources] N=URL)");
-  cmd->add_option("--cameras", g.cameras, "The cameras to record, e.g. 1,3-5 (default: every camera with a source)")
+                  "test pattern with frame codes); also read from Sources.ini ([Sources] N=URL); a camera "
+                  "without one records from the V4L2 device the channel manager maps to its port");
+  cmd->add_option("--cameras", g.cameras,
+                  "The cameras to record, e.g. 1,3-5 (default: every camera with a source or a capture device)")
       ->type_name("LIST");
   cmd->add_option("--json-status", g.jsonStatus, "Keep the cameras' states in this JSON file, renewed every second")
       ->type_name("FILE");

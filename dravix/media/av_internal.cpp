@@ -76,7 +76,10 @@ bool DecodingInput::Open(const std::string& url, const std::string& format, AVMe
   if (input == nullptr) return fail("out of memory");
   input->interrupt_callback = {&DecodingInput::Interrupt, this};
   Arm();
-  int rc = avformat_open_input(&input, url.c_str(), inputFormat, nullptr);
+  AVDictionary* options = nullptr;
+  for (const auto& [key, value] : inputOptions) av_dict_set(&options, key.c_str(), value.c_str(), 0);
+  int rc = avformat_open_input(&input, url.c_str(), inputFormat, &options);
+  av_dict_free(&options);
   if (rc < 0) return fail("cannot open " + url + ": " + (fired_ != 0 ? Interrupted() : AvError(rc)));
   Arm();
   rc = avformat_find_stream_info(input, nullptr);

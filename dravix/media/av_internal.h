@@ -10,6 +10,8 @@ extern "C" {
 
 #include <atomic>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace dravix::media {
 
@@ -44,6 +46,8 @@ struct DecodingInput {
   // `*abort` turns true. Set before Open(); 0 and null: wait for ever.
   int stallMs = 0;
   const std::atomic<bool>* abort = nullptr;
+  // Options of the input format (such as v4l2's "channel"), set before Open().
+  std::vector<std::pair<std::string, std::string>> inputOptions;
   // Starts the stall clock again; called before each read.
   void Arm();
   // Whether the last failure came from the watchdog, and why.

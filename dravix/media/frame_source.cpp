@@ -105,6 +105,7 @@ bool FrameSource::Open(const std::string& url, const FrameSourceOptions& options
   impl->options = options;
   impl->in.stallMs = options.stallMs;
   impl->in.abort = options.abort;
+  if (options.deviceInput >= 0) impl->in.inputOptions.emplace_back("channel", std::to_string(options.deviceInput));
   if (!impl->in.Open(url, options.format, AVMEDIA_TYPE_VIDEO, 1, error)) return false;
   impl_ = std::move(impl);
   return true;

@@ -29,6 +29,7 @@ namespace dravix::media {
 struct FrameSourceOptions {
   std::string format;      // libavformat input format name; empty: found from the URL
   bool fullRange = false;  // luma 0..255 (for MJPEG) instead of 16..235
+  int deviceInput = -1;    // the capture device's input to choose (V4L2 "channel"); -1: its own
   // Opening and every read fail ("nothing came for N s") when the source
   // answers nothing for this long; 0 waits for ever.
   int stallMs = 0;

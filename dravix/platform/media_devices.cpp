@@ -24,7 +24,7 @@ std::string Trim(const std::string& s) {
 
 }  // namespace
 
-std::optional<std::vector<std::string>> ListVideoCaptureDevices() {
+std::optional<std::vector<VideoCaptureNode>> ListVideoCaptureNodes() {
   std::error_code ec;
   std::filesystem::directory_iterator it("/dev", ec);
   if (ec) return std::nullopt;
@@ -38,7 +38,7 @@ std::optional<std::vector<std::string>> ListVideoCaptureDevices() {
     nodes.emplace_back(n, entry.path().string());
   }
   std::sort(nodes.begin(), nodes.end());
-  std::vector<std::string> names;
+  std::vector<VideoCaptureNode> found;
   for (const auto& node : nodes) {
     const int fd = ::open(node.second.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     if (fd < 0) continue;
@@ -47,11 +47,19 @@ std::optional<std::vector<std::string>> ListVideoCaptureDevices() {
       const unsigned caps = (cap.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? cap.device_caps : cap.capabilities;
       if ((caps & V4L2_CAP_VIDEO_CAPTURE) != 0) {
         const char* card = reinterpret_cast<const char*>(cap.card);
-        names.emplace_back(card, strnlen(card, sizeof cap.card));
+        found.push_back({node.second, std::string(card, strnlen(card, sizeof cap.card))});
       }
     }
     ::close(fd);
   }
+  return found;
+}
+
+std::optional<std::vector<std::string>> ListVideoCaptureDevices() {
+  const auto nodes = ListVideoCaptureNodes();
+  if (!nodes) return std::nullopt;
+  std::vector<std::string> names;
+  for (const VideoCaptureNode& n : *nodes) names.push_back(n.card);
   return names;
 }
 

@@ -8,8 +8,15 @@
 
 namespace dravix::platform {
 
-// The card names (VIDIOC_QUERYCAP "card") of the /dev/video* devices that
-// capture video, in device-number order. nullopt when /dev cannot be read.
+// A /dev/video* device that captures video.
+struct VideoCaptureNode {
+  std::string path;  // "/dev/video0"
+  std::string card;  // its VIDIOC_QUERYCAP "card" name
+};
+// The video capture devices in device-number order. nullopt when /dev
+// cannot be read.
+std::optional<std::vector<VideoCaptureNode>> ListVideoCaptureNodes();
+// Their card names, in the same order.
 std::optional<std::vector<std::string>> ListVideoCaptureDevices();
 
 struct AudioCaptureDevice {

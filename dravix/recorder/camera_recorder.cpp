@@ -119,6 +119,7 @@ struct CameraRecorder::Impl {
   bool OpenSource(std::string* why) {
     media::FrameSourceOptions so;
     so.format = s.format;
+    so.deviceInput = s.deviceInput;
     so.fullRange = media::VideoEncoder::FullRangeFor(s.codec);
     so.stallMs = kStallMs;
     so.abort = &abortSource;

@@ -51,11 +51,12 @@
 namespace dravix::recorder {
 
 struct CameraRecorderSettings {
-  int camera = 1;      // camera number from 1
-  std::string url;     // source URL, or "testsrc" / "testsrc2"
-  std::string format;  // libavformat input format; empty: found from the URL
-  std::string folder;  // the record folder
-  int codec = 0;       // kCodecH263 or kCodecMJPEG
+  int camera = 1;        // camera number from 1
+  std::string url;       // source URL, or "testsrc" / "testsrc2"
+  std::string format;    // libavformat input format; empty: found from the URL
+  int deviceInput = -1;  // a capture device's input to choose (capture_device.h)
+  std::string folder;    // the record folder
+  int codec = 0;         // kCodecH263 or kCodecMJPEG
   int width = 640;
   int height = 480;
   uint32_t framesPerSecond = 25;
