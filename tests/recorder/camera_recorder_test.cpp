@@ -15,8 +15,11 @@
 #include "dravix/schedule/zschedulemanager.h"
 #include "tests/support/run_program.h"
 #include "tests/support/test_home.h"
+#include "tests/support/video_check.h"
 
 #include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -135,86 +138,130 @@ class CameraRecorderTest : public TestHome {
   }
 };
 
-// Two cameras (MJPEG and H.263) with a small file size: files roll, each
-// starting at a key picture, and the frame codes run on from file to file
-// with no gap and no repeat. While recording, the open file is registered
-// and its header tells a consistent file; after Stop() nothing is
-// registered and every file is whole.
-TEST_F(CameraRecorderTest, TwoCamerasRollFilesWithFramesRunningOnAndRegisterOnlyOpenFiles) {
-  const std::string folder = Path("rec");
+// Four cameras (two MJPEG, two H.263) for about 30 s, through the Recorder
+// as a host runs it: cameras 1 and 3 follow a schedule with two windows a
+// few seconds ahead, cameras 2 and 4 record throughout on their Record
+// switch, and a small file size rolls the files. While recording, each
+// camera's open file is in the registry; afterwards none is, and every file
+// is whole, starts at a key picture and has its index. The scheduled
+// recordings lie inside their windows (to within the host's one-second
+// timer). Each camera's files exported into one .mkv decode with no error,
+// and the frame codes read from the pictures run on from file to file with
+// no gap and no repeat (from 0 again at each window, a new session).
+TEST_F(CameraRecorderTest, FourCamerasOnAScheduleRollFilesThatExportWithoutAGap) {
+  ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
+  ZScheduleManager* m = ZScheduleManager::Instance();
+  m->Load();  // this test's program folder: no schedule yet
+  std::vector<tagDSSCHEDULEOPTION> options(kScheduleCameras);
+  std::vector<tagSCHEDULEWORKTASK> lists(kScheduleLists);
+  m->LoadSchedule(options.data(), lists.data());
+  const SYSTEMTIME now = platform::LocalNow();
+  std::vector<tagDSWORKTASK> windows;
+  for (const auto& [from, to] : {std::pair{3, 11}, std::pair{17, 25}}) {
+    tagDSWORKTASK w{};
+    w.start = MinusTime(now, -from);
+    w.end = MinusTime(now, -to);
+    w.bConnect = 1;
+    w.bRecord = 1;
+    windows.push_back(w);
+  }
+  for (int scheduled : {0, 2}) {
+    options[scheduled].nEnabled = 1;
+    options[scheduled].nMode = kScheduleDaily;
+    lists[kFirstDailyList + scheduled].tasks = windows;
+  }
+  m->SaveSchedule(options.data(), lists.data());
+
+  const int codecs[4] = {media::kCodecMJPEG, media::kCodecMJPEG, media::kCodecH263, media::kCodecH263};
+  std::vector<CameraRecorderSettings> cameras;
+  for (int i = 0; i < 4; ++i) {
+    cameras.push_back(Mjpeg(i + 1, "testsrc"));
+    cameras.back().codec = codecs[i];
+    cameras.back().maxFileBytes = 60000;
+  }
+  recorder::Recorder rec;
   std::mutex mutex;
-  std::map<int, std::vector<ClosedRecording>> closed;
-  CameraRecorder cams[2];
-  const int codecs[2] = {media::kCodecMJPEG, media::kCodecH263};
-  for (int i = 0; i < 2; ++i) {
-    CameraRecorderSettings s;
-    s.camera = i + 1;
-    s.url = "testsrc";
-    s.folder = folder;
-    s.codec = codecs[i];
-    s.width = 320;
-    s.height = 240;
-    s.framesPerSecond = 10;
-    s.maxFileBytes = 40000;
-    cams[i].OnFileClosed([&mutex, &closed](const ClosedRecording& c) {
-      std::lock_guard<std::mutex> lock(mutex);
-      closed[c.camera].push_back(c);
-    });
-    std::string error;
-    ASSERT_TRUE(cams[i].Start(s, &error)) << error;
-  }
-  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
-
+  size_t closed = 0;
+  rec.OnFileClosed([&](const ClosedRecording& c) {
+    std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_TRUE(c.ok) << c.error;
+    ++closed;
+  });
+  std::string error;
+  ASSERT_TRUE(rec.Start(cameras, &error)) << error;
   ZShareMem* registry = ZShareMem::Instance();
-  for (int i = 0; i < 2; ++i) {
-    const std::vector<std::string> files = Recordings(folder + "/");
-    std::string open;
-    for (const std::string& f : files)
-      if (f.find("/cam0" + std::to_string(i + 1) + "/") != std::string::npos) open = f;  // the newest
-    ASSERT_FALSE(open.empty());
-    EXPECT_EQ(registry->HasToken(open.c_str()), 1) << open << " is being written";
-    media::ZMFileSummary summary;
-    ASSERT_EQ(media::SummarizeRecording(open.c_str(), &summary), S_OK) << open;
-    EXPECT_TRUE(summary.recordsComplete) << open;
-    EXPECT_TRUE(summary.indexProblem.empty()) << summary.indexProblem;
-  }
-  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
-  for (CameraRecorder& c : cams) {
-    c.Stop();
-    EXPECT_FALSE(c.IsRecording());
-    EXPECT_EQ(c.Error(), "");
-  }
-
-  for (int i = 0; i < 2; ++i) {
-    std::vector<std::string> files;
-    for (const std::string& f : Recordings(folder + "/")) {
-      media::RecordingName name;
-      ASSERT_TRUE(media::ParseRecordingPath(f, &name)) << f;
-      if (name.camera == i + 1) files.push_back(f);
-      EXPECT_TRUE(fs::exists(fs::path(f).replace_extension(".idx"))) << f;
-      EXPECT_EQ(registry->HasToken(f.c_str()), 0) << f << " is closed";
-    }
-    ASSERT_GE(files.size(), 2u) << "camera " << i + 1 << " never rolled its file";
-    EXPECT_EQ(closed[i + 1].size(), files.size());
-    int64_t next = 0;
-    for (const std::string& f : files) {
-      const Frames frames = ReadFrames(f, codecs[i]);
-      ASSERT_FALSE(frames.numbers.empty()) << f;
-      EXPECT_TRUE(frames.firstIsKey) << f;
-      for (const int64_t n : frames.numbers) {
-        ASSERT_EQ(n, next) << f << ": a picture lost, repeated or unreadable";
-        ++next;
+  std::vector<std::string> seenOpen;
+  for (int tick = 0; tick < 140; ++tick) {  // 28 s of a host's timer
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    rec.Tick();
+    if (tick == 40) {  // 8 s: every camera is inside its window
+      for (const recorder::CameraStatus& c : rec.Status()) {
+        EXPECT_EQ(c.state, "recording") << "camera " << c.camera;
+        EXPECT_EQ(registry->HasToken(c.file.c_str()), 1) << c.file << " is being written";
+        seenOpen.push_back(c.file);
       }
+    }
+  }
+  rec.Stop();
+  EXPECT_EQ(seenOpen.size(), 4u);
+
+  auto fileTime = [](const SYSTEMTIME& t) {
+    FILETIME ft{};
+    SystemTimeToFileTime(t, &ft);
+    return FileTimeToInt64(ft);
+  };
+  constexpr int64_t kSecond = 10000000;
+  size_t files = 0;
+  for (int i = 0; i < 4; ++i) {
+    const std::vector<std::string> own =
+        Recordings(Path("rec") + "/" + FormatTimeFolder(now) + "/cam0" + std::to_string(i + 1));
+    ASSERT_GE(own.size(), 3u) << "camera " << i + 1 << " rolled no file";
+    files += own.size();
+    for (const std::string& f : own) {
+      EXPECT_EQ(registry->HasToken(f.c_str()), 0) << f << " is closed";
+      EXPECT_TRUE(fs::exists(fs::path(f).replace_extension(".idx"))) << f;
       media::ZMFileSummary summary;
       ASSERT_EQ(media::SummarizeRecording(f.c_str(), &summary), S_OK);
+      EXPECT_EQ(summary.problem, "") << f;
       EXPECT_EQ(summary.header.DataEnd(), fs::file_size(f)) << f << " is not whole";
-      EXPECT_EQ(summary.records, frames.numbers.size());
+      EXPECT_TRUE(ReadFrames(f, codecs[i]).firstIsKey) << f;
+      if (i % 2 != 0) continue;
+      // Inside a window: the events fire on the host's ticks, so a
+      // recording may begin and end up to 1.5 s late.
+      const int64_t start = summary.header.StartTime(), end = start + summary.header.Duration();
+      const bool inside = std::any_of(windows.begin(), windows.end(), [&](const tagDSWORKTASK& w) {
+        return start >= fileTime(w.start) - kSecond && end <= fileTime(w.end) + kSecond * 3 / 2;
+      });
+      EXPECT_TRUE(inside) << f << " lies outside the schedule's windows";
     }
-    EXPECT_GE(next, 35) << "about 4 s at 10 pictures a second";
-    EXPECT_EQ(static_cast<uint64_t>(next), cams[i].Pictures());
+    std::vector<std::string> args{"export", "--home", home()};
+    args.insert(args.end(), own.begin(), own.end());
+    const std::string out = Path("cam" + std::to_string(i + 1) + ".mkv");
+    args.push_back(out);
+    const ProgramResult exported = RunDravix(args);
+    ASSERT_EQ(exported.status, 0) << exported.err;
+    EXPECT_EQ(DecodeErrors(out), "") << out;
+    const std::vector<media::FrameCode> codes = FrameCodes(out, 320, 240);
+    // Sessions: the codes count 0, 1, 2, ... and start again only at a window.
+    std::vector<uint32_t> sessions;
+    for (size_t k = 0; k < codes.size(); ++k) {
+      if (codes[k].frame == 0) {
+        sessions.push_back(0);
+      } else {
+        ASSERT_FALSE(sessions.empty()) << out << " begins at picture " << codes[k].frame;
+        ASSERT_EQ(codes[k].frame, codes[k - 1].frame + 1) << out << ": a picture lost or repeated at " << k;
+      }
+      ++sessions.back();
+    }
+    EXPECT_EQ(sessions.size(), i % 2 == 0 ? 2u : 1u) << out;
+    for (const uint32_t pictures : sessions) EXPECT_GE(pictures, i % 2 == 0 ? 50u : 200u) << out;
   }
+  EXPECT_EQ(closed, files);
+  const std::string log = ReadFile(Path("Live.log"));
+  for (const char* line : {"Camera00 ZE_START_RECORDING", "Camera00 ZE_STOP_RECORDING", "Camera02 ZE_START_RECORDING",
+                           "Camera02 ZE_STOP_RECORDING"})
+    EXPECT_NE(log.find(line), std::string::npos) << log;
 }
-
 // An MJPEG source of the camera's size is stored as it comes: the records
 // are the source's JPEG bytes, every picture in order.
 TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
@@ -358,61 +405,58 @@ TEST_F(CameraRecorderTest, AFullDiskStopsWritingUntilSpaceReturns) {
   EXPECT_NE(t.out.find("\"cause\": \"disk full\""), std::string::npos) << t.out;
 }
 
-// Camera 1's schedule opens a window two seconds ahead for three seconds:
-// the recorder, ticking as a host does, records it only inside the window
-// (to within a second) through the schedule's events 6 and 8, with the
-// schedule's lines in the live log; camera 2 has no schedule and records
-// throughout because its Record switch is on.
-TEST_F(CameraRecorderTest, AScheduledCameraRecordsOnlyInsideItsWindow) {
-  ASSERT_TRUE(ILiveLog::Instance()->SetFilename("Live.log"));
-  ZScheduleManager* m = ZScheduleManager::Instance();
-  m->Load();  // this test's program folder: no schedule yet
-  std::vector<tagDSSCHEDULEOPTION> cams(kScheduleCameras);
-  std::vector<tagSCHEDULEWORKTASK> lists(kScheduleLists);
-  m->LoadSchedule(cams.data(), lists.data());
-  const SYSTEMTIME now = platform::LocalNow();
-  tagDSWORKTASK window{};
-  window.start = MinusTime(now, -2);
-  window.end = MinusTime(now, -5);
-  window.bConnect = 1;
-  window.bRecord = 1;
-  cams[0].nEnabled = 1;
-  cams[0].nMode = kScheduleDaily;
-  lists[kFirstDailyList].tasks = {window};
-  m->SaveSchedule(cams.data(), lists.data());
-
-  recorder::Recorder rec;
+// Probing and exporting a recording while the recorder writes it: each
+// answer is the file up to a recent checkpoint, whole. The probe's records
+// and length never fall; an export holds at least the records the probe saw
+// just before and no more than the next probe sees, decodes with no error,
+// and its frame codes run 0, 1, 2, ...; once the file is closed, both give
+// every picture written.
+TEST_F(CameraRecorderTest, ProbeAndExportWhileWritingAgreeEachTime) {
+  CameraRecorder cam;
+  CameraRecorderSettings s = Mjpeg(1, "testsrc");
+  s.codec = media::kCodecH263;
   std::string error;
-  ASSERT_TRUE(rec.Start({Mjpeg(1, "testsrc"), Mjpeg(2, "testsrc")}, &error)) << error;
-  EXPECT_EQ(rec.Status()[0].state, "idle");
-  EXPECT_EQ(rec.Status()[1].state, "recording");
-  for (int i = 0; i < 35; ++i) {  // 7 s of a host's timer
-    std::this_thread::sleep_for(std::chrono::milliseconds(200));
-    rec.Tick();
-  }
-  rec.Stop();
-
-  auto fileTime = [](const SYSTEMTIME& t) {
-    FILETIME ft{};
-    SystemTimeToFileTime(t, &ft);
-    return FileTimeToInt64(ft);
+  ASSERT_TRUE(cam.Start(s, &error)) << error;
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+  const std::string file = cam.Now().file;
+  ASSERT_FALSE(file.empty());
+  auto probe = [&](double* length) {
+    const ProgramResult r = RunDravix({"probe", "--home", home(), "--json", file});
+    EXPECT_EQ(r.status, 0) << r.err;
+    const nlohmann::json j = nlohmann::json::parse(r.out, nullptr, false);
+    if (!j.is_array() || j.empty() || !j[0]["records"].is_number()) {
+      ADD_FAILURE() << r.out;
+      return int64_t{-1};
+    }
+    EXPECT_TRUE(j[0]["error"].is_null()) << j[0]["error"];
+    *length = j[0]["length"].get<double>();
+    return j[0]["records"].get<int64_t>();
   };
-  const std::vector<std::string> cam1 = Recordings(Path("rec") + "/" + FormatTimeFolder(now) + "/cam01");
-  ASSERT_EQ(cam1.size(), 1u);
-  media::ZMFileSummary summary;
-  ASSERT_EQ(media::SummarizeRecording(cam1[0].c_str(), &summary), S_OK);
-  const int64_t start = summary.header.StartTime(), end = start + summary.header.Duration();
-  constexpr int64_t kSecond = 10000000;
-  // Inside the window to within a second; the events fire on whole seconds
-  // of the host's timer, so the recording may begin and end up to 1.5 s late.
-  EXPECT_GE(start, fileTime(window.start) - kSecond);
-  EXPECT_LE(start, fileTime(window.start) + kSecond * 3 / 2);
-  EXPECT_LE(end, fileTime(window.end) + kSecond * 3 / 2);
-  EXPECT_GE(end, fileTime(window.end) - kSecond);
-  EXPECT_EQ(Recordings(Path("rec") + "/" + FormatTimeFolder(now) + "/cam02").size(), 1u);
-  const std::string log = ReadFile(Path("Live.log"));
-  EXPECT_NE(log.find("Camera00 ZE_START_RECORDING"), std::string::npos) << log;
-  EXPECT_NE(log.find("Camera00 ZE_STOP_RECORDING"), std::string::npos) << log;
+  auto exported = [&](int k) {
+    const std::string out = Path("growing" + std::to_string(k) + ".mkv");
+    const ProgramResult r = RunDravix({"export", "--home", home(), file, out});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(DecodeErrors(out), "") << out;
+    const std::vector<media::FrameCode> codes = FrameCodes(out, 320, 240);
+    for (size_t i = 0; i < codes.size(); ++i) EXPECT_EQ(codes[i].frame, i) << out;
+    return static_cast<int64_t>(codes.size());
+  };
+  double length = 0, lastLength = 0;
+  int64_t seen = probe(&lastLength);
+  for (int k = 0; k < 4; ++k) {
+    const int64_t frames = exported(k);
+    EXPECT_GE(frames, seen);
+    const int64_t next = probe(&length);
+    EXPECT_LE(frames, next);
+    EXPECT_GE(length, lastLength);
+    seen = next;
+    lastLength = length;
+    std::this_thread::sleep_for(std::chrono::milliseconds(700));
+  }
+  cam.Stop();
+  EXPECT_GT(seen, 30);
+  EXPECT_EQ(probe(&length), static_cast<int64_t>(cam.Pictures()));
+  EXPECT_EQ(exported(9), static_cast<int64_t>(cam.Pictures()));
 }
 
 // With "AutoRecycle" on and a disk (simulated: five old recordings' worth,

@@ -5,6 +5,7 @@
 // torn and growing recordings, several files with a gap, and the refusals.
 #include "tests/support/run_program.h"
 #include "tests/support/test_home.h"
+#include "tests/support/video_check.h"
 
 #include "dravix/media/frame_code.h"
 #include "dravix/media/zm_format.h"
@@ -41,14 +42,6 @@ std::vector<double> Numbers(const std::string& text) {
   return v;
 }
 
-int VideoFrames(const std::string& file) {
-  int status = -1;
-  const std::string out = RunCommand(
-      "ffprobe -v error -count_frames -select_streams v:0 -show_entries stream=nb_read_frames -of csv=p=0 " + Q(file),
-      &status);
-  return status == 0 && !out.empty() ? std::stoi(out) : -1;
-}
-
 std::vector<double> FrameTimes(const std::string& file) {
   return Numbers(
       RunCommand("ffprobe -v error -select_streams v:0 -show_entries frame=pts_time -of csv=p=0 " + Q(file)));
@@ -58,25 +51,6 @@ double Duration(const std::string& file) {
   const std::vector<double> d =
       Numbers(RunCommand("ffprobe -v error -show_entries format=duration -of csv=p=0 " + Q(file)));
   return d.empty() ? -1 : d.front();
-}
-
-// What `ffmpeg -v error` says while decoding the whole file ("" when clean).
-std::string DecodeErrors(const std::string& file) {
-  return RunCommand("ffmpeg -nostdin -v error -i " + Q(file) + " -f null - 2>&1");
-}
-
-// The frame codes of every decoded picture, in order.
-std::vector<FrameCode> Codes(const std::string& file, int width, int height) {
-  const std::string gray = RunCommand("ffmpeg -nostdin -v error -i " + Q(file) +
-                                      " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
-  std::vector<FrameCode> codes;
-  const size_t frame = static_cast<size_t>(width) * height;
-  for (size_t at = 0; at + frame <= gray.size(); at += frame) {
-    FrameCode c;
-    EXPECT_TRUE(media::ReadFrameCode(reinterpret_cast<const uint8_t*>(gray.data() + at), width, width, height, &c));
-    codes.push_back(c);
-  }
-  return codes;
 }
 
 // The video payloads of a recording, read straight from its records.
@@ -171,7 +145,7 @@ void Export::WholeRecording(const Case& c) {
       EXPECT_NEAR(t.front(), 0.0, 1e-3);
       EXPECT_EQ(DecodeErrors(out), "");
       // Every picture is the frame it should be, at the second it was taken.
-      const std::vector<FrameCode> codes = Codes(out, c.width, c.height);
+      const std::vector<FrameCode> codes = FrameCodes(out, c.width, c.height);
       ASSERT_EQ(codes.size(), payloads.size());
       for (size_t i = codes.size() / 3; i < codes.size() * 2 / 3; ++i) {
         EXPECT_EQ(codes[i].frame, i);
@@ -212,7 +186,7 @@ TEST_F(Export, MatroskaCarriesWallClock) {
   EXPECT_NE(tags.find("creation_time=2008-03-15T12:00:00"), std::string::npos) << tags;
 
   const std::vector<double> t = FrameTimes(out);
-  const std::vector<FrameCode> codes = Codes(out, 320, 240);
+  const std::vector<FrameCode> codes = FrameCodes(out, 320, 240);
   ASSERT_EQ(codes.size(), t.size());
   // SubRip cues: "n", "hh:mm:ss,mmm --> hh:mm:ss,mmm", "2008-03-15 hh:mm:ss".
   std::istringstream in(RunCommand("ffmpeg -nostdin -v error -i " + Q(out) + " -map 0:s -f srt -"));
@@ -253,7 +227,7 @@ TEST_F(Export, RangeStartsAtKeyPictureOrExactly) {
   r = RunDravix(mp4);
   ASSERT_EQ(r.status, 0) << r.err;
 
-  const std::vector<FrameCode> k = Codes(Path("r.mkv"), 352, 288);
+  const std::vector<FrameCode> k = FrameCodes(Path("r.mkv"), 352, 288);
   ASSERT_FALSE(k.empty());
   EXPECT_EQ(k.front().frame, 10u);  // the key picture at 1.0 s
   EXPECT_EQ(k.back().frame, 24u);   // the last before 2.5 s
@@ -263,7 +237,7 @@ TEST_F(Export, RangeStartsAtKeyPictureOrExactly) {
     requested = requested || (std::abs(c.start - 0.45) < 1e-3 && c.title.find("requested") != std::string::npos);
   EXPECT_TRUE(requested);
 
-  const std::vector<FrameCode> m = Codes(Path("r.mp4"), 352, 288);
+  const std::vector<FrameCode> m = FrameCodes(Path("r.mp4"), 352, 288);
   ASSERT_FALSE(m.empty());
   EXPECT_EQ(m.front().frame, 15u);  // the first at or after 1.45 s
   EXPECT_EQ(m.back().frame, 24u);
@@ -318,7 +292,7 @@ TEST_F(Export, TornAndGrowingRecordings) {
   r = RunDravix({"export", Path("live.dat"), Path("live.mkv")});
   EXPECT_EQ(r.status, 0) << r.err;
   EXPECT_EQ(VideoFrames(Path("live.mkv")), 8);
-  const std::vector<FrameCode> live = Codes(Path("live.mkv"), 320, 240);
+  const std::vector<FrameCode> live = FrameCodes(Path("live.mkv"), 320, 240);
   ASSERT_EQ(live.size(), 8u);
   EXPECT_EQ(live.back().frame, 7u);
   for (uint32_t i = 8; i < 12; ++i) ASSERT_EQ(add(i), S_OK);
@@ -341,7 +315,7 @@ TEST_F(Export, SeveralRecordingsWithAGap) {
   EXPECT_EQ(VideoFrames(out), 60);
   EXPECT_EQ(DecodeErrors(out), "");
   const std::vector<double> t = FrameTimes(out);
-  const std::vector<FrameCode> codes = Codes(out, 176, 144);
+  const std::vector<FrameCode> codes = FrameCodes(out, 176, 144);
   ASSERT_EQ(t.size(), 60u);
   ASSERT_EQ(codes.size(), 60u);
   for (size_t i = 1; i < t.size(); ++i) EXPECT_GT(t[i], t[i - 1]);
