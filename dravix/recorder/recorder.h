@@ -5,8 +5,10 @@
 // schedule's events: the recorder asks ISetting::PostTimeSchedling for the
 // camera each day (at Start() and again after midnight), and its handlers of
 // event 6 (start recording) and event 8 (stop recording) start and stop the
-// camera's CameraRecorder; the host calls Tick() about once a second, which
-// fires the due events through IDispatcher::ProcessTimeEvent. A camera
+// camera's CameraRecorder; the host calls Tick() a few times a second, which
+// fires the due events through IDispatcher::ProcessTimeEvent. An event is due
+// once the clock's second is past the event's, so a window's camera starts
+// and stops one second (plus the time to the next Tick()) after its times. A camera
 // without an enabled schedule records while its "Record" switch is on. The
 // schedule's "Schedule Event" lines go to the live log (ILiveLog) as the
 // manager writes them.
