@@ -530,6 +530,53 @@ TEST(RecordingName, RoundTripsAndRefusesOtherNames) {
 
 class RecordCommand : public TestHome {};
 
+// Recycling on a real disk: a 100 MiB tmpfs, mounted in a mount namespace
+// of its own (unshare), holds six old recordings of about 10 MB; with
+// "AutoRecycle" on and KEEP_STORAGE_SIZE 0.5, `dravix record` deletes the
+// oldest until half the disk is free, each with a line in the recycle log,
+// and records its camera there.
+TEST_F(RecordCommand, RecyclingOnASmallTmpfsDeletesTheOldestFirst) {
+  WriteFile("LiveTag.ini", "[STORAGE]\r\nKEEP_STORAGE_SIZE=0.5\r\n");
+  const std::string disk = Path("disk");
+  fs::create_directories(disk);
+  std::string script = "set -e; mount -t tmpfs -o size=100m dravix-test '" + disk + "'\n";
+  std::vector<std::string> old;
+  for (int k = 0; k < 6; ++k) {
+    const int64_t start = 128488032000000000 + (k * 86400LL + (10 + k) * 3600) * 10000000;  // 2008-03-0(k+1) 1k:00
+    old.push_back(media::RecordingPath(disk, 1, start));
+    script += "mkdir -p '" + fs::path(old.back()).parent_path().string() + "'; '" + DravixPath() +
+              "' write-test-recording --noise --frame-bytes 40000 --seconds 10 '" + old.back() +
+              "' --start '2008-03-0" + std::to_string(k + 1) + " 1" + std::to_string(k) + ":00:00' --home '" + home() +
+              "' >/dev/null 2>&1\n";
+  }
+  script += "'" + DravixPath() + "' record --home '" + home() + "' --source 1=testsrc --dir '" + disk +
+            "' --seconds 2 >/dev/null 2>'" + Path("record.err") + "'\n";
+  script += "find '" + disk + "' -name '*.dat' | sort > '" + Path("left.txt") + "'\n";
+  script += "stat -f -c '%a %S %b' '" + disk + "' > '" + Path("space.txt") + "'\n";
+  const std::string unshare = ::geteuid() == 0 ? "unshare --mount" : "unshare --user --map-root-user --mount";
+  WriteFile("tmpfs.sh", script);
+  int status = -1;
+  const std::string out = RunCommand(unshare + " sh '" + Path("tmpfs.sh") + "' 2>&1", &status);
+  if (status != 0 && !fs::exists(Path("left.txt"))) GTEST_SKIP() << "no tmpfs can be mounted here: " << out;
+  ASSERT_EQ(status, 0) << out << ReadFile(Path("record.err"));
+
+  const std::vector<std::string> left = Lines(ReadFile(Path("left.txt")));
+  std::vector<std::string> gone;
+  for (const std::string& f : old)
+    if (std::find(left.begin(), left.end(), f) == left.end()) gone.push_back(f);
+  ASSERT_FALSE(gone.empty()) << "nothing was recycled";
+  ASSERT_LT(gone.size(), old.size()) << "more was recycled than needed";
+  // The oldest went: what is gone is the start of the list, oldest first.
+  EXPECT_EQ(gone, std::vector<std::string>(old.begin(), old.begin() + static_cast<long>(gone.size())));
+  EXPECT_EQ(left.size(), old.size() - gone.size() + 1) << "the camera's own recording is there";
+  unsigned long long available = 0, block = 0, blocks = 0;
+  ASSERT_EQ(std::sscanf(ReadFile(Path("space.txt")).c_str(), "%llu %llu %llu", &available, &block, &blocks), 3);
+  EXPECT_GE(available * block + (4u << 20), blocks * block / 2) << "half the disk is free, but the new recording";
+  const std::vector<std::string> log = Lines(ReadFile(Path("Recycle.log")));
+  ASSERT_EQ(log.size(), gone.size());
+  for (size_t i = 0; i < gone.size(); ++i) EXPECT_NE(log[i].find(" , " + gone[i]), std::string::npos) << log[i];
+}
+
 // After SIGKILL `dravix check` keeps all but the last 2 s at most; SIGTERM
 // leaves every file whole and says so on the way out.
 TEST_F(RecordCommand, KilledLosesAtMostTwoSecondsAndTerminatedLeavesFilesWhole) {
