@@ -1,6 +1,7 @@
 #include "dravix/media/recording_name.h"
 
 #include "dravix/media/zm_format.h"
+#include "dravix/platform/clock.h"
 
 #include <chrono>
 #include <cstdio>
@@ -24,7 +25,8 @@ std::tm WallFields(int64_t localFileTime, int* ms) {
 
 int64_t LocalFileTimeNow() {
   const auto now = std::chrono::system_clock::now();
-  const std::time_t t = std::chrono::system_clock::to_time_t(now);
+  // A test clock moves the second; the millisecond stays the real one.
+  const std::time_t t = platform::TestClockSet() ? platform::Now() : std::chrono::system_clock::to_time_t(now);
   std::tm tm{};
   localtime_r(&t, &tm);
   const int64_t ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;

@@ -20,7 +20,8 @@ struct RecordingName {
   SYSTEMTIME start{};
 };
 
-// Now as a FILETIME on the local wall clock, the clock of the names.
+// Now as a FILETIME on the local wall clock, the clock of the names (its
+// second from platform::Now() while a test clock is set).
 int64_t LocalFileTimeNow();
 
 // The path of camera `camera`'s file starting at `localFileTime` (FILETIME

@@ -36,6 +36,11 @@ SYSTEMTIME LocalNow() {
   return st;
 }
 
+bool TestClockSet() {
+  std::lock_guard<std::mutex> lock(g_mutex);
+  return g_test_clock != nullptr;
+}
+
 void SetTestClock(std::function<std::time_t()> now) {
   auto clock = std::make_shared<std::function<std::time_t()>>(std::move(now));
   std::lock_guard<std::mutex> lock(g_mutex);

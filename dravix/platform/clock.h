@@ -18,6 +18,7 @@ SYSTEMTIME LocalNow();
 // The function is called on every Now() from any thread.
 void SetTestClock(std::function<std::time_t()> now);
 void ClearTestClock();
+bool TestClockSet();
 
 // Local calendar time -> Unix seconds (mktime, DST chosen by the C library).
 std::time_t LocalToUnix(const SYSTEMTIME& t);

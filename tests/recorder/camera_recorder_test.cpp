@@ -262,6 +262,45 @@ TEST_F(CameraRecorderTest, FourCamerasOnAScheduleRollFilesThatExportWithoutAGap)
                            "Camera02 ZE_STOP_RECORDING"})
     EXPECT_NE(log.find(line), std::string::npos) << log;
 }
+// A recording that runs over midnight (the test clock one second before it)
+// goes on in a file in the new day's folder, from the first key picture of
+// the new day, with no picture lost or repeated.
+TEST_F(CameraRecorderTest, MidnightStartsANewFileInTheNewDaysFolder) {
+  const std::time_t real = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&real, &local);
+  local.tm_hour = 23;
+  local.tm_min = 59;
+  local.tm_sec = 59;
+  const std::time_t lastSecond = std::mktime(&local);
+  platform::SetTestClock([lastSecond, real] { return lastSecond + (std::time(nullptr) - real); });
+  CameraRecorder cam;
+  CameraRecorderSettings s = Mjpeg(1, "testsrc");
+  s.codec = media::kCodecH263;
+  std::string error;
+  ASSERT_TRUE(cam.Start(s, &error)) << error;
+  std::this_thread::sleep_for(std::chrono::milliseconds(3500));
+  cam.Stop();
+  platform::ClearTestClock();
+
+  const std::vector<std::string> files = Recordings(Path("rec"));
+  ASSERT_EQ(files.size(), 2u);
+  media::RecordingName first, second;
+  ASSERT_TRUE(media::ParseRecordingPath(files[0], &first));
+  ASSERT_TRUE(media::ParseRecordingPath(files[1], &second));
+  EXPECT_EQ(first.start.wHour, 23);
+  EXPECT_EQ(second.start.wHour, 0);
+  EXPECT_EQ(second.start.wMinute, 0);
+  EXPECT_NE(fs::path(files[0]).parent_path().parent_path(), fs::path(files[1]).parent_path().parent_path());
+  int64_t next = 0;
+  for (const std::string& f : files) {
+    const Frames frames = ReadFrames(f, s.codec);
+    EXPECT_TRUE(frames.firstIsKey) << f;
+    for (const int64_t n : frames.numbers) ASSERT_EQ(n, next++) << f << ": a picture lost or repeated";
+  }
+  EXPECT_EQ(static_cast<uint64_t>(next), cam.Pictures());
+}
+
 // An MJPEG source of the camera's size is stored as it comes: the records
 // are the source's JPEG bytes, every picture in order.
 TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
