@@ -2,6 +2,7 @@
 
 #include "dravix/config/switches.h"
 #include "dravix/live/liveshare.h"
+#include "dravix/platform/byte_lock.h"
 #include "dravix/platform/clock.h"
 #include "dravix/platform/files.h"
 #include "dravix/recorder/recycler.h"
@@ -12,6 +13,7 @@
 #include "dravix/settings/setting.h"
 
 #include <chrono>
+#include <filesystem>
 #include <map>
 #include <set>
 
@@ -23,6 +25,7 @@ struct Recorder::Impl {
     bool scheduled = false;
     std::unique_ptr<CameraRecorder> recorder;  // set while it records
     std::string failure;
+    platform::ByteLock claim;  // this camera of its record folder, while the recorder runs
     uint64_t lastPictures = 0, lastBytes = 0;
     std::chrono::steady_clock::time_point lastLook = std::chrono::steady_clock::now();
   };
@@ -105,6 +108,27 @@ struct Recorder::Impl {
     c->recorder.reset();
   }
 
+  // Makes the camera's record folder and claims the camera in it
+  // (kRecordLock), so that no second recorder writes the same camera's
+  // files there. Why not, or "".
+  std::string Claim(Camera* c) {
+    const std::string& folder = c->settings.folder;
+    std::error_code ec;
+    std::filesystem::create_directories(folder, ec);
+    if (ec) return "cannot make the record folder " + folder + ": " + ec.message();
+    std::string why;
+    switch (c->claim.TryAcquire(folder + "/" + kRecordLock, c->settings.camera, &why)) {
+      case platform::ByteLock::Result::kTaken:
+        return "";
+      case platform::ByteLock::Result::kHeldElsewhere:
+        return "camera " + std::to_string(c->settings.camera) + " is already being recorded into " + folder +
+               " by another recorder";
+      case platform::ByteLock::Result::kError:
+        break;
+    }
+    return why;
+  }
+
   // Posts today's windows of every scheduled camera, once a day.
   void PostDay() {
     const SYSTEMTIME today = platform::LocalNow();
@@ -136,6 +160,14 @@ bool Recorder::Start(std::vector<CameraRecorderSettings> cameras, std::string* e
     c.settings = std::move(s);
     c.scheduled = ZScheduleManager::Instance()->IsEnabled(c.settings.camera - 1) == 1;
     m.cameras.push_back(std::move(c));
+  }
+  for (Impl::Camera& c : m.cameras) {
+    std::string why = m.Claim(&c);
+    if (!why.empty()) {
+      if (error) *error = why;
+      m.cameras.clear();
+      return false;
+    }
   }
   IDispatcher* d = IDispatcher::Instance();
   d->RegisterHandler(schedule::kEventStartRecording, &m.handler);
@@ -199,7 +231,10 @@ std::vector<CameraStatus> Recorder::Status() {
 
 void Recorder::Stop() {
   Impl& m = *impl_;
-  for (Impl::Camera& c : m.cameras) m.StopCamera(c.settings.camera);
+  for (Impl::Camera& c : m.cameras) {
+    m.StopCamera(c.settings.camera);
+    c.claim.Release();
+  }
   if (m.started) {
     IDispatcher* d = IDispatcher::Instance();
     d->RegisterHandler(schedule::kEventStartRecording, nullptr);

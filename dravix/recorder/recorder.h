@@ -18,6 +18,11 @@
 // free, the oldest recordings go (recycler.h; never one held in the
 // live-file registry, so never one being written) until that much is free.
 //
+// One recorder per camera and record folder: Start() claims each camera in
+// its folder (a byte lock on the folder's kRecordLock file, dropped by
+// Stop() or when the process ends) and refuses a camera that another
+// recorder, in any process, already records there.
+//
 // Everything but the recording threads runs on the caller's thread:
 // Start(), Tick(), Status() and Stop() are called from one thread.
 #pragma once
@@ -30,6 +35,8 @@
 #include <vector>
 
 namespace dravix::recorder {
+
+inline constexpr const char* kRecordLock = ".recording.lock";
 
 struct CameraStatus {
   int camera = 0;

@@ -679,6 +679,21 @@ TEST_F(RecordCommand, RefusesWrongUsageAndSaysWhyASourceCannotOpen) {
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("recorded nothing: cannot open the source " + Path("missing.mkv")), std::string::npos) << r.err;
   EXPECT_TRUE(Recordings(Path("r")).empty());
+
+  // A folder that cannot be made; a camera another recorder already records
+  // into the same folder (its own files would overlap with the first's).
+  ProgramResult refused = RunDravix({"record", "--home", home(), "--source", "1=testsrc", "--dir", "/proc/dravix"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.err.find("cannot make the record folder /proc/dravix"), std::string::npos) << refused.err;
+  const pid_t first = StartDravix({"record", "--home", home(), "--source", "1=testsrc", "--dir", Path("r")});
+  for (int i = 0; i < 50 && Recordings(Path("r")).empty(); ++i)
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  refused = RunDravix({"record", "--home", home(), "--source", "1=testsrc", "--dir", Path("r"), "--seconds", "1"});
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.err.find("camera 1 is already being recorded into " + Path("r")), std::string::npos) << refused.err;
+  ::kill(first, SIGTERM);
+  EXPECT_EQ(WaitProgram(first), 0);
+  EXPECT_EQ(Recordings(Path("r")).size(), 1u);
 }
 
 }  // namespace
