@@ -49,9 +49,14 @@ DRAVIX_AVX2 void PickHalves(const StridedJob& job) {
   const long long span = 2LL * n;
   const BYTE* next = src;
   BYTE* dst = job.dst;
+  // A whole row step (2 at 2:1) walks the rows by adding, as the double
+  // product would give them.
+  const long long wholeStep = rowStep == static_cast<double>(static_cast<long long>(rowStep))
+                                  ? static_cast<long long>(rowStep) * srcRowBytes
+                                  : 0;
   for (int y = 0; y < rows; ++y, dst += dstRowBytes) {
     const BYTE* row = next;
-    next = src + static_cast<long long>((y + 1) * rowStep) * srcRowBytes;
+    next = wholeStep != 0 ? row + wholeStep : src + static_cast<long long>((y + 1) * rowStep) * srcRowBytes;
     if (n < 32 || srcEnd - row < span) {
       for (int i = 0; i < n; ++i) dst[i] = row[2 * i];
       continue;
