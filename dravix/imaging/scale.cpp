@@ -424,6 +424,20 @@ int PlanStrip(const ResampleGeometry& g, int first, int count, int hbits, int sh
     if (*hi - *lo >= 64) cols->windowed = false;
   }
   *spanBytes = 3 * (sxEnd - sx0);
+  cols->doublingBytes = 0;
+  if (hbits == 1) {
+    // The leading whole groups whose columns follow the doubling pattern
+    // (the last pixel of a row, whose right neighbour is itself, does not).
+    int b = 0;
+    for (; b < cols->bytes; ++b) {
+      const int j = b / 6 * 3 + b % 3;  // blended byte of the pixel pair
+      const bool odd = b % 6 >= 3;
+      if (cols->pairs[2 * b] != j + 3 || cols->pairs[2 * b + 1] != j || cols->weights[2 * b] != (odd ? 1 : 0) ||
+          cols->weights[2 * b + 1] != (odd ? 1 : 2))
+        break;
+    }
+    cols->doublingBytes = b / detail::kDoublingGroup * detail::kDoublingGroup;
+  }
   return sx0;
 }
 

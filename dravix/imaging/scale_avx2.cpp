@@ -157,14 +157,15 @@ DRAVIX_AVX2 inline __m256i LerpSums(const BYTE* v, const LerpColumns& cols, int 
   return _mm256_srl_epi32(_mm256_madd_epi16(LerpPairs<kChunks>(v, cols, b / 4), w), shift);
 }
 
-// 32 output bytes per step, then 16 at a time.
+// Output bytes from `from` (a multiple of 32) on: 32 per step, then 16 at a
+// time.
 template <int kChunks>
-DRAVIX_AVX2 void LerpLanes(const int16_t* v, const LerpColumns& cols, BYTE* dst) {
+DRAVIX_AVX2 void LerpLanes(const int16_t* v, const LerpColumns& cols, BYTE* dst, int from) {
   const BYTE* vb = reinterpret_cast<const BYTE*>(v);
   const __m128i shift = _mm_cvtsi32_si128(cols.shift);
   // After the packs, dwords hold output bytes 0-3, 8-11, 16-19, 24-27 | 4-7, ...
   const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
-  int b = 0;
+  int b = from;
   for (; b + 32 <= cols.bytes; b += 32) {
     const __m256i w0 =
         _mm256_packs_epi32(LerpSums<kChunks>(vb, cols, b, shift), LerpSums<kChunks>(vb, cols, b + 8, shift));
@@ -190,13 +191,89 @@ DRAVIX_AVX2 void LerpLanes(const int16_t* v, const LerpColumns& cols, BYTE* dst)
   }
 }
 
-void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE* dstEnd) {
+// Where each 16-byte output block m of a doubling group (96 bytes, 48
+// blended values) takes its bytes: the even pixels' values from eStart[m]
+// on, the odd pixels' from oStart[m] on, and the shuffles that interleave
+// the two by three-byte pixels, two blocks per register.
+struct DoublingPlan {
+  int eStart[6];
+  int oStart[6];
+  alignas(32) uint8_t eMask[3][32];
+  alignas(32) uint8_t oMask[3][32];
+};
+
+const DoublingPlan& Doubling() {
+  static const DoublingPlan plan = [] {
+    DoublingPlan d{};
+    auto value = [](int b) { return b / 6 * 3 + b % 3; };
+    auto odd = [](int b) { return b % 6 >= 3; };
+    for (int m = 0; m < 6; ++m) {
+      d.eStart[m] = d.oStart[m] = INT_MAX;
+      for (int b = 16 * m; b < 16 * m + 16; ++b) {
+        int& start = odd(b) ? d.oStart[m] : d.eStart[m];
+        start = std::min(start, value(b));
+      }
+      for (int t = 0; t < 16; ++t) {
+        const int b = 16 * m + t;
+        d.eMask[m / 2][16 * (m % 2) + t] = odd(b) ? 0x80 : static_cast<uint8_t>(value(b) - d.eStart[m]);
+        d.oMask[m / 2][16 * (m % 2) + t] = odd(b) ? static_cast<uint8_t>(value(b) - d.oStart[m]) : 0x80;
+      }
+    }
+    return d;
+  }();
+  return plan;
+}
+
+DRAVIX_AVX2 inline __m256i LoadValues(const int16_t* lo, const int16_t* hi) {
+  return LoadPair(reinterpret_cast<const BYTE*>(lo), reinterpret_cast<const BYTE*>(hi));
+}
+
+// A doubling strip: even output pixels are (2 V[i]) >> shift = V[i] >>
+// (shift - 1), odd ones (V[i] + V[i + 1]) >> shift, in unsigned 16-bit
+// arithmetic (V < 2^15, so the sums fit), over the whole groups.
+DRAVIX_AVX2 void LerpDoubling(const int16_t* v, const LerpColumns& cols, BYTE* dst) {
+  const DoublingPlan& d = Doubling();
+  const __m128i evenShift = _mm_cvtsi32_si128(cols.shift - 1);
+  const __m128i oddShift = _mm_cvtsi32_si128(cols.shift);
+  for (int g = 0; g < cols.doublingBytes; g += kDoublingGroup) {
+    const int16_t* base = v + g / 2;
+    for (int m = 0; m < 6; m += 2) {
+      const int16_t* e0 = base + d.eStart[m];
+      const int16_t* e1 = base + d.eStart[m + 1];
+      const __m256i e = _mm256_packus_epi16(_mm256_srl_epi16(LoadValues(e0, e1), evenShift),
+                                            _mm256_srl_epi16(LoadValues(e0 + 8, e1 + 8), evenShift));
+      const int16_t* o0 = base + d.oStart[m];
+      const int16_t* o1 = base + d.oStart[m + 1];
+      const __m256i lo = _mm256_add_epi16(LoadValues(o0, o1), LoadValues(o0 + 3, o1 + 3));
+      const __m256i hi = _mm256_add_epi16(LoadValues(o0 + 8, o1 + 8), LoadValues(o0 + 11, o1 + 11));
+      const __m256i o = _mm256_packus_epi16(_mm256_srl_epi16(lo, oddShift), _mm256_srl_epi16(hi, oddShift));
+      const __m256i out =
+          _mm256_or_si256(_mm256_shuffle_epi8(e, _mm256_load_si256(reinterpret_cast<const __m256i*>(d.eMask[m / 2]))),
+                          _mm256_shuffle_epi8(o, _mm256_load_si256(reinterpret_cast<const __m256i*>(d.oMask[m / 2]))));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + g + 16 * m), out);
+    }
+  }
+}
+
+}  // namespace
+
+void Avx2LerpDoubling(const int16_t* v, const LerpColumns& cols, BYTE* dst) { LerpDoubling(v, cols, dst); }
+
+namespace {
+
+void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE*) {
+  // The doubling groups, then the rest through the lanes.
+  const int from = cols.doublingBytes;
+  if (from > 0) LerpDoubling(v, cols, dst);
   if (cols.laneCount == 0) {
-    ScalarLerpColumns(v, cols, dst, dstEnd);
+    for (int b = from; b < cols.bytes; ++b) {
+      const int sum = v[cols.pairs[2 * b]] * cols.weights[2 * b] + v[cols.pairs[2 * b + 1]] * cols.weights[2 * b + 1];
+      dst[b] = static_cast<BYTE>(sum >> cols.shift);
+    }
   } else if (cols.laneChunks == 1) {
-    LerpLanes<1>(v, cols, dst);
+    LerpLanes<1>(v, cols, dst, from);
   } else {
-    LerpLanes<2>(v, cols, dst);
+    LerpLanes<2>(v, cols, dst, from);
   }
 }
 

@@ -20,7 +20,9 @@ constexpr int kSpanBytes = 3 * kSpanPixels;
 constexpr int kBlendPad = 64;   // readable slack after a blended strip
 constexpr int kLerpBlock = 16;  // output bytes per vector step
 
-constexpr int kLerpLanes = kStripBytes / 4;  // 16-byte lanes of pairs (4 output bytes each)
+constexpr int kLerpLanes = kStripBytes / 4;
+constexpr int kDoublingGroup =
+    96;  // output bytes (16 pixels) per step of a doubling lerp  // 16-byte lanes of pairs (4 output bytes each)
 
 struct LerpColumns {
   int bytes = 0;                               // output bytes in the strip
@@ -34,6 +36,11 @@ struct LerpColumns {
   // picked by in-lane byte shuffles from laneChunks (1 or 2) 16-byte windows
   // of the blended strip at laneBase. laneCount is 0 when some lane's pairs
   // span more than 32 bytes.
+  // Output bytes from the strip's start (a multiple of kDoublingGroup) that
+  // double the blended pixels exactly: output pixels 2i and 2i + 1 come
+  // from blended pixel i with weights (0, 2) and pixel i, i + 1 with (1, 1).
+  // 0 when the strip does not double; kernels may then take a faster form.
+  int doublingBytes = 0;
   int laneCount = 0;
   int laneChunks = 0;
   int32_t laneBase[kLerpLanes];                          // byte offset into the blended strip
@@ -127,6 +134,9 @@ const RowKernels* Sse2Kernels();
 // The AVX2 table pick (RowKernels::pick_row), for other kernel sets whose
 // CPUs have AVX2.
 void Avx2PickRow(const BYTE* src, const PickTable& plan, BYTE* dst);
+// The AVX2 doubling lerp of the first cols.doublingBytes output bytes, for
+// the same.
+void Avx2LerpDoubling(const int16_t* v, const LerpColumns& cols, BYTE* dst);
 
 // Scalar pieces the vector kernels fall back on.
 void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst, const BYTE* dstEnd, int n,

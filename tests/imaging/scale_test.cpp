@@ -148,7 +148,12 @@ std::vector<Size4> ResampleSizes() {
                           {1920, 9, 640, 3},
                           {705, 7, 141, 7},
                           {1400, 4, 400, 3},
-                          {703, 5, 1401, 9}};
+                          {703, 5, 1401, 9},
+                          // Doubling: across strips, with an odd width, and a row too short for a group.
+                          {352, 288, 704, 576},
+                          {641, 3, 1282, 6},
+                          {1300, 2, 2600, 3},
+                          {7, 2, 14, 4}};
   std::mt19937 gen(7);
   for (int n = 0; n < 150; ++n) {
     s.push_back({int(gen() % 40) + 1, int(gen() % 30) + 1, int(gen() % 80) + 1, int(gen() % 60) + 1});
