@@ -1,6 +1,7 @@
 #include "dravix/media/frame_source.h"
 
 #include "dravix/media/av_internal.h"
+#include "dravix/media/zm_format.h"
 
 extern "C" {
 #include <libavutil/pixdesc.h>
@@ -131,7 +132,8 @@ FrameSource::Result FrameSource::Next(Picture* picture, std::string* error) {
   return Result::kError;
 }
 
-FrameSource::Result FrameSource::NextPacket(std::vector<uint8_t>* data, int64_t* timeMs, std::string* error) {
+FrameSource::Result FrameSource::NextPacket(std::vector<uint8_t>* data, int64_t* timeMs, bool* key,
+                                            std::string* error) {
   if (!impl_) {
     if (error) *error = "the source is not open";
     return Result::kError;
@@ -151,6 +153,7 @@ FrameSource::Result FrameSource::NextPacket(std::vector<uint8_t>* data, int64_t*
     av_packet_unref(packet);
   }
   data->assign(packet->data, packet->data + packet->size);
+  *key = (packet->flags & AV_PKT_FLAG_KEY) != 0;
   const AVStream* stream = s.in.input->streams[s.in.stream];
   int64_t ts = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
   if (ts != AV_NOPTS_VALUE && s.firstTs == AV_NOPTS_VALUE) s.firstTs = ts;
@@ -165,7 +168,18 @@ FrameSource::Result FrameSource::NextPacket(std::vector<uint8_t>* data, int64_t*
   return Result::kPicture;
 }
 
-bool FrameSource::IsMjpeg() const { return impl_ && impl_->in.decoder->codec_id == AV_CODEC_ID_MJPEG; }
+int FrameSource::RecordingCodec() const {
+  if (!impl_) return -1;
+  switch (impl_->in.decoder->codec_id) {
+    case AV_CODEC_ID_MJPEG:
+      return kCodecMJPEG;
+    case AV_CODEC_ID_H263:
+    case AV_CODEC_ID_H263P:
+      return kCodecH263;
+    default:
+      return -1;
+  }
+}
 
 int FrameSource::SourceWidth() const { return impl_ ? impl_->in.decoder->width : 0; }
 int FrameSource::SourceHeight() const { return impl_ ? impl_->in.decoder->height : 0; }

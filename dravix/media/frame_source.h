@@ -54,12 +54,14 @@ class FrameSource {
   Result Next(Picture* picture, std::string* error);
 
   // The next compressed picture of the video stream as it came, undecoded
-  // (for storing MJPEG pictures without re-encoding them), and its time
-  // from the first one. A source is read either with Next() or with
+  // (for storing pictures without encoding them again), its time from the
+  // first one, and whether the container marks it a key picture (one that
+  // decodes alone). A source is read either with Next() or with
   // NextPacket(), not both.
-  Result NextPacket(std::vector<uint8_t>* data, int64_t* timeMs, std::string* error);
-  // True when the video stream is MJPEG: each packet one JPEG picture.
-  bool IsMjpeg() const;
+  Result NextPacket(std::vector<uint8_t>* data, int64_t* timeMs, bool* key, std::string* error);
+  // The video stream's codec as a recording names it (kCodecMJPEG: each
+  // packet one JPEG picture; kCodecH263 for H.263 and H.263+), or -1.
+  int RecordingCodec() const;
 
   // The source's own picture size and frame rate (0 when unknown).
   int SourceWidth() const;

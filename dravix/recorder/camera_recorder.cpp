@@ -79,7 +79,7 @@ struct CameraRecorder::Impl {
   std::string error;  // under `mutex`
 
   bool pattern = false;
-  bool storeAsItComes = false;  // an MJPEG source that fits: its JPEG bytes are stored
+  bool storeAsItComes = false;  // a source of the camera's codec and size: its pictures are stored as they come
   int64_t sessionStart = 0;     // local FILETIME of the source's first picture
   Clock::time_point wallStart;
   uint64_t nextSlot = 0;  // the next frame slot of the camera's rate
@@ -89,7 +89,8 @@ struct CameraRecorder::Impl {
   Clock::time_point lastCheckpoint;
   media::Picture picture;
   media::Picture scaled;
-  std::vector<uint8_t> jpeg;
+  std::vector<uint8_t> coded;  // a picture of the source as it came
+  bool codedKey = false;
   std::vector<media::EncodedPacket> packets;
 
   void SetProblem(const std::string& why) {
@@ -129,7 +130,7 @@ struct CameraRecorder::Impl {
       so.format = "lavfi";
     }
     if (!source.Open(url, so, why)) return false;
-    storeAsItComes = !pattern && s.codec == media::kCodecMJPEG && source.IsMjpeg() && source.SourceWidth() == s.width &&
+    storeAsItComes = !pattern && source.RecordingCodec() == s.codec && source.SourceWidth() == s.width &&
                      source.SourceHeight() == s.height;
     sessionStart = media::LocalFileTimeNow();
     wallStart = Clock::now();
@@ -184,7 +185,7 @@ struct CameraRecorder::Impl {
     }
     while (!StopAsked()) {
       const media::FrameSource::Result r =
-          storeAsItComes ? source.NextPacket(&jpeg, &picture.timeMs, &why) : source.Next(&picture, &why);
+          storeAsItComes ? source.NextPacket(&coded, &picture.timeMs, &codedKey, &why) : source.Next(&picture, &why);
       if (r != media::FrameSource::Result::kPicture) {
         const std::string cause = r == media::FrameSource::Result::kEnd ? "the source " + s.url + " ended"
                                                                         : "reading " + s.url + " failed: " + why;
@@ -208,8 +209,11 @@ struct CameraRecorder::Impl {
     recording = false;
   }
 
-  // Keeps the camera's frame rate: true when the picture fills the next slot.
+  // Keeps the camera's frame rate: true when the picture fills the next
+  // slot. H.263 pictures stored as they come are all kept: the ones after a
+  // dropped picture would not decode.
   bool Take() {
+    if (storeAsItComes && s.codec == media::kCodecH263) return true;
     const int64_t slotMs = static_cast<int64_t>(nextSlot * 1000 / s.framesPerSecond);
     const int64_t halfPeriod = 500 / static_cast<int64_t>(s.framesPerSecond);
     if (picture.timeMs + halfPeriod < slotMs) return false;
@@ -217,14 +221,17 @@ struct CameraRecorder::Impl {
     return true;
   }
 
-  // Takes a JPEG picture of the source as it came, with the JFIF marking a
-  // recording's MJPEG records need; one that is no JPEG picture is dropped.
+  // Takes a picture of the source as it came: a JPEG picture with the JFIF
+  // marking a recording's MJPEG records need, or an H.263 picture that
+  // begins with its picture start code; anything else is dropped.
   bool Keep() {
     packets.clear();
-    if (!media::EnsureJfifApp0(&jpeg)) return true;
+    if (s.codec == media::kCodecMJPEG ? !media::EnsureJfifApp0(&coded)
+                                      : !media::StartsPicture(media::ZMPictureCheck::kH263, coded.data(), coded.size()))
+      return true;
     packets.resize(1);
-    packets[0].data.swap(jpeg);
-    packets[0].key = true;
+    packets[0].data.swap(coded);
+    packets[0].key = s.codec == media::kCodecMJPEG || codedKey;
     packets[0].timeMs = picture.timeMs;
     return true;
   }

@@ -5,9 +5,11 @@
 // rate (pictures that come faster are dropped; a source read from a file or
 // a filter graph is paced to the wall clock), scales them to the camera's
 // picture size with the live scaling, encodes them to the camera's codec and
-// writes them with ZMRecordingWriter and its sparse index. An MJPEG source
-// whose pictures have the camera's size is not decoded: its JPEG pictures
-// are stored as they come (given the JFIF APP0 segment a record needs).
+// writes them with ZMRecordingWriter and its sparse index. A source of the
+// camera's codec (MJPEG, or H.263/H.263+) and picture size is not decoded:
+// its pictures are stored as they come, JPEG pictures given the JFIF APP0
+// segment a record needs, and H.263 pictures all kept whatever their rate
+// (one dropped would spoil the ones after it until the next key picture).
 //
 // Files. One file at a time, named after its first picture's local time
 // (media/recording_name.h). A file's header is brought up to date and its bytes

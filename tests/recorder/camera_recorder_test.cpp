@@ -68,7 +68,7 @@ std::vector<std::string> Recordings(const std::string& folder) {
 struct Frames {
   std::vector<int64_t> numbers;  // the frame codes of the pictures, in record order
   bool firstIsKey = false;
-  std::string firstPayload;
+  std::vector<std::string> payloads;
 };
 
 // Walks the records the header claims, decodes each picture and reads its
@@ -95,8 +95,8 @@ Frames ReadFrames(const std::string& path, int codec) {
     }
     if (f.numbers.empty()) {
       f.firstIsKey = h.flag == 1;
-      f.firstPayload = bytes.substr(at + media::kZMRecordHeadSize, h.length);
     }
+    f.payloads.push_back(bytes.substr(at + media::kZMRecordHeadSize, h.length));
     media::Picture picture;
     bool got = false;
     EXPECT_TRUE(decoder.Decode(p + at + media::kZMRecordHeadSize, h.length, &picture, &got, &error)) << error;
@@ -301,37 +301,45 @@ TEST_F(CameraRecorderTest, MidnightStartsANewFileInTheNewDaysFolder) {
   EXPECT_EQ(static_cast<uint64_t>(next), cam.Pictures());
 }
 
-// An MJPEG source of the camera's size is stored as it comes: the records
-// are the source's JPEG bytes, every picture in order.
-TEST_F(CameraRecorderTest, StoresAFittingMjpegSourceAsItComes) {
-  media::PatternRecordingOptions o;
-  o.codec = media::kCodecMJPEG;
-  o.width = 320;
-  o.height = 240;
-  o.framesPerSecond = 10;
-  o.seconds = 2;
-  o.mjpegQuality = 95;  // another quality than the camera's: encoding again would show
-  o.startTime = 116444736000000000 + 1205582400LL * 10000000;  // 2008-03-15 12:00
-  std::string error;
-  ASSERT_TRUE(media::WritePatternRecording(Path("src.dat").c_str(), o, nullptr, &error)) << error;
-  const ProgramResult exported = RunDravix({"export", "--home", home(), Path("src.dat"), Path("src.mkv")});
-  ASSERT_EQ(exported.status, 0) << exported.out << exported.err;
+// A source of the camera's codec and size is stored as it comes: the
+// records are the source's pictures byte for byte, every picture in order
+// (MJPEG and H.263).
+TEST_F(CameraRecorderTest, StoresAFittingSourceAsItComes) {
+  for (const int codec : {media::kCodecMJPEG, media::kCodecH263}) {
+    SCOPED_TRACE(codec);
+    const std::string name = codec == media::kCodecMJPEG ? "mjpeg" : "h263";
+    media::PatternRecordingOptions o;
+    o.codec = codec;
+    o.width = 320;
+    o.height = 240;
+    o.framesPerSecond = 10;
+    o.seconds = 2;
+    o.mjpegQuality = 95;  // another quality than the camera's: encoding again would show
+    o.zmediaQuality = 3;
+    o.startTime = 116444736000000000 + 1205582400LL * 10000000;  // 2008-03-15 12:00
+    std::string error;
+    ASSERT_TRUE(media::WritePatternRecording(Path(name + ".dat").c_str(), o, nullptr, &error)) << error;
+    const ProgramResult exported = RunDravix({"export", "--home", home(), Path(name + ".dat"), Path(name + ".mkv")});
+    ASSERT_EQ(exported.status, 0) << exported.out << exported.err;
 
-  CameraRecorder cam;
-  CameraRecorderSettings s = Mjpeg(1, Path("src.mkv"));
-  s.mjpegQuality = 20;
-  s.reopen = false;  // the file's end ends the recording
-  ASSERT_TRUE(cam.Start(s, &error)) << error;
-  for (int i = 0; i < 60 && cam.IsRecording(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  cam.Stop();
-  EXPECT_NE(cam.Error().find("ended"), std::string::npos) << cam.Error();
-  const std::vector<std::string> files = Recordings(Path("rec"));
-  ASSERT_EQ(files.size(), 1u);
-  const Frames stored = ReadFrames(files[0], media::kCodecMJPEG);
-  ASSERT_EQ(stored.numbers.size(), 20u);
-  for (size_t i = 0; i < stored.numbers.size(); ++i) EXPECT_EQ(stored.numbers[i], static_cast<int64_t>(i));
-  EXPECT_EQ(stored.firstPayload, ReadFrames(Path("src.dat"), media::kCodecMJPEG).firstPayload)
-      << "the JPEG picture was encoded again";
+    CameraRecorder cam;
+    CameraRecorderSettings s = Mjpeg(1, Path(name + ".mkv"));
+    s.codec = codec;
+    s.folder = Path("rec-" + name);
+    s.mjpegQuality = 20;
+    s.reopen = false;  // the file's end ends the recording
+    ASSERT_TRUE(cam.Start(s, &error)) << error;
+    for (int i = 0; i < 60 && cam.IsRecording(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    cam.Stop();
+    EXPECT_NE(cam.Error().find("ended"), std::string::npos) << cam.Error();
+    const std::vector<std::string> files = Recordings(s.folder);
+    ASSERT_EQ(files.size(), 1u);
+    const Frames stored = ReadFrames(files[0], codec);
+    ASSERT_EQ(stored.numbers.size(), 20u);
+    EXPECT_TRUE(stored.firstIsKey);
+    for (size_t i = 0; i < stored.numbers.size(); ++i) EXPECT_EQ(stored.numbers[i], static_cast<int64_t>(i));
+    EXPECT_EQ(stored.payloads, ReadFrames(Path(name + ".dat"), codec).payloads) << "pictures were encoded again";
+  }
 }
 
 // A network camera (MJPEG over TCP) that is down at start-up, then comes
