@@ -443,7 +443,7 @@ class Exporter {
   bool EncodeAudio(const uint8_t* pcm, size_t bytes, int64_t ms);
   bool DrainEncoder(AVCodecContext* c, int stream);
   bool AudioFrame(int samples);
-  int64_t Ms(int64_t wall) const { return FloorDiv(wall - origin_, kTicksPerMs); }
+  int64_t Ms(int64_t wall) const { return FloorDiv(WrapSub(wall, origin_), kTicksPerMs); }
   bool Progress(uint64_t done);
   int64_t FrameMs() const {
     const int64_t t = sources_.front()->frameTicks;
@@ -926,11 +926,11 @@ bool Exporter::Walk() {
         reachedEnd = true;
         break;
       }
-      if (first && previousEnd != INT64_MIN && r.wall - previousEnd > kGapTicks && r.wall >= origin_) {
-        chapters_.push_back(
-            {Ms(r.wall),
-             WallText(r.wall) + " after a gap of " + std::to_string((r.wall - previousEnd) / kTicksPerSecond) + " s",
-             2});
+      if (first && previousEnd != INT64_MIN && WrapSub(r.wall, previousEnd) > kGapTicks && r.wall >= origin_) {
+        chapters_.push_back({Ms(r.wall),
+                             WallText(r.wall) + " after a gap of " +
+                                 std::to_string(WrapSub(r.wall, previousEnd) / kTicksPerSecond) + " s",
+                             2});
       }
       first = false;
       while (nextEntry < s.index.size() && s.index[nextEntry].offset <= r.pos) {
@@ -939,7 +939,7 @@ bool Exporter::Walk() {
         // One chapter per index entry, but not more than one a second: an
         // MJPEG recording's index has an entry for every picture.
         if (e.offset == r.pos && wall >= origin_ && (!mp4 || !req_.hasRange || wall >= req_.from) &&
-            (lastEntryChapter_ == INT64_MIN || wall - lastEntryChapter_ >= kTicksPerSecond)) {
+            (lastEntryChapter_ == INT64_MIN || WrapSub(wall, lastEntryChapter_) >= kTicksPerSecond)) {
           chapters_.push_back({Ms(wall), WallText(wall), 1});
           lastEntryChapter_ = wall;
         }
