@@ -13,9 +13,10 @@
 //      them to the muxer (stream copy) or through decoder and encoder.
 //
 // The output goes through a custom AVIOContext onto the StagedFile's
-// descriptor with positioned writes and a seek callback (Matroska goes back
-// to write sizes, cues and chapters). Before Commit the file is opened
-// again with libavformat and its streams are checked.
+// descriptor, with positioned writes made by a writing thread and a seek
+// callback (Matroska goes back to write sizes, cues and chapters). Before
+// Commit the file is opened again with libavformat and its streams are
+// checked.
 #include "dravix/media/zm_export.h"
 
 #include "dravix/base/ztime.h"
@@ -25,6 +26,7 @@
 #include "dravix/media/zm_record_walk.h"
 #include "dravix/platform/fd_io.h"
 #include "dravix/platform/file_io.h"
+#include "dravix/platform/queued_writer.h"
 #include "dravix/platform/staged_file.h"
 
 extern "C" {
@@ -49,7 +51,8 @@ namespace dravix::media {
 namespace {
 
 constexpr size_t kReadBuffer = 1 << 20;
-constexpr size_t kIoBuffer = 1 << 20;
+constexpr size_t kIoBuffer = 1 << 20;    // each write of the writing thread
+constexpr size_t kMuxBuffer = 64 << 10;  // the muxer's small elements
 constexpr int64_t kTicksPerSecond = 10000000;
 constexpr AVRational kMs{1, 1000};
 // A second source that starts later than this after the previous one ends
@@ -329,16 +332,29 @@ class RecordWalk {
 
 // --- Output ------------------------------------------------------------------
 
+// The muxer's bytes go to a writing thread (the kernel's copy into the file
+// then overlaps reading and muxing); `writer` is destroyed first, so its
+// last writes land before the staged file closes.
 struct OutputFile {
   platform::StagedFile staged;
+  std::unique_ptr<platform::QueuedWriter> writer;
   int64_t pos = 0;
   int64_t size = 0;
   std::string error;
+
+  // Everything written so far is in the file; false with `error` if not.
+  bool Land() {
+    if (writer && !writer->Flush() && error.empty()) error = writer->error();
+    return error.empty();
+  }
 };
 
 int WriteOut(void* opaque, uint8_t* buf, int size) {
   auto* o = static_cast<OutputFile*>(opaque);
-  if (!platform::PWriteFd(o->staged.fd(), buf, static_cast<size_t>(size), o->pos, &o->error)) return AVERROR(EIO);
+  if (!o->writer->Write(buf, static_cast<size_t>(size), o->pos)) {
+    o->error = o->writer->error();
+    return AVERROR(EIO);
+  }
   o->pos += size;
   o->size = std::max(o->size, o->pos);
   return size;
@@ -583,23 +599,24 @@ bool Exporter::OpenOutput() {
   }
   std::string why;
   if (!file_.staged.Open(req_.output, &why)) return Fail("cannot write " + req_.output + ": " + why);
+  file_.writer = std::make_unique<platform::QueuedWriter>(file_.staged.fd(), kIoBuffer);
 
   AVFormatContext* oc = nullptr;
   const char* name = format_ == ZMExportFormat::kMatroska ? "matroska" : "mp4";
   int rc = avformat_alloc_output_context2(&oc, nullptr, name, nullptr);
   if (rc < 0 || oc == nullptr) return Fail(std::string("no ") + name + " muxer: " + AvError(rc));
   out_.reset(oc);
-  auto* buffer = static_cast<uint8_t*>(av_malloc(kIoBuffer));
+  auto* buffer = static_cast<uint8_t*>(av_malloc(kMuxBuffer));
   if (buffer == nullptr) return Fail("out of memory");
-  oc->pb = avio_alloc_context(buffer, kIoBuffer, 1, &file_, nullptr, WriteOut, SeekOut);
+  oc->pb = avio_alloc_context(buffer, kMuxBuffer, 1, &file_, nullptr, WriteOut, SeekOut);
   if (oc->pb == nullptr) {
     av_free(buffer);
     return Fail("out of memory");
   }
-  // The Matroska muxer closes a cluster at nearly every key picture and
-  // marks each as a flush point; without a floor every cluster would be
-  // its own write. Fill the buffer instead.
-  oc->pb->min_packet_size = static_cast<int>(kIoBuffer);
+  // Direct: a whole cluster (the muxer builds each in a buffer of its own)
+  // goes straight to WriteOut instead of through the context's buffer;
+  // only the small elements between clusters collect there.
+  oc->pb->direct = 1;
   oc->flags |= AVFMT_FLAG_CUSTOM_IO;
 
   videoCodec_ = s.codec == kCodecMJPEG ? AV_CODEC_ID_MJPEG : AV_CODEC_ID_H263;
@@ -1007,7 +1024,7 @@ bool Exporter::Finish() {
   int rc = av_write_trailer(oc);
   if (rc < 0) return Fail("cannot finish " + req_.output + ": " + (file_.error.empty() ? AvError(rc) : file_.error));
   avio_flush(oc->pb);
-  if (!file_.error.empty()) return Fail("cannot write " + req_.output + ": " + file_.error);
+  if (!file_.Land()) return Fail("cannot write " + req_.output + ": " + file_.error);
   const int streams = static_cast<int>(oc->nb_streams);
   const AVCodecID video = oc->streams[videoOut_]->codecpar->codec_id;
   out_.reset();

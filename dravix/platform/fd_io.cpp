@@ -1,5 +1,7 @@
 #include "dravix/platform/fd_io.h"
 
+#include "dravix/platform/fault_injection.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,6 +12,10 @@ namespace dravix::platform {
 
 bool PWriteFd(int fd, const void* data, size_t size, int64_t offset, std::string* error) {
   const auto* p = static_cast<const uint8_t*>(data);
+  if (IoFaultHere(IoKind::kWrite)) {
+    if (error != nullptr) *error = std::strerror(errno);
+    return false;
+  }
   while (size > 0) {
     const ssize_t n = ::pwrite(fd, p, size, offset);
     if (n < 0) {

@@ -6,6 +6,7 @@
 #include "tests/support/run_program.h"
 #include "tests/support/test_home.h"
 #include "tests/support/video_check.h"
+#include "tests/tools/media_tool_util.h"
 
 #include "dravix/media/frame_code.h"
 #include "dravix/media/zm_format.h"
@@ -361,6 +362,37 @@ TEST_F(Export, RefusesAndLeavesNothingHalfWritten) {
   WriteFile("keep.mkv", "old");
   EXPECT_EQ(RunDravix({"export", Path("none.dat"), Path("keep.mkv")}).status, 1);
   EXPECT_EQ(ReadFile(Path("keep.mkv")), "old");
+}
+
+// Each file operation of an export fails in turn. The writes among them
+// fail on the writing thread, in the middle of the muxing. The export says
+// why, exits 1 and leaves the old output as it was (only the index is
+// optional: without it the export runs through).
+TEST_F(Export, EveryFailedFileOperationIsReportedAndKeepsTheOldOutput) {
+  const std::string src = Record("s.dat", "mjpeg", "640x480", 25, 6, false);
+  const std::vector<std::string> args{"export", src, Path("keep.mkv")};
+  const int calls = CountFileOperations(args);
+  ASSERT_GE(calls, 7);  // the source, its index, the output, writes, flushes, the rename
+  int ranThrough = 0;
+  for (int n = 1; n <= calls; ++n) {
+    SCOPED_TRACE("failing file operation " + std::to_string(n) + " of " + std::to_string(calls));
+    WriteFile("keep.mkv", "old");
+    ProgramOptions o;
+    o.env = {{"DRAVIX_FAIL_IO", std::to_string(n)}};
+    const ProgramResult r = RunDravix(args, o);
+    if (r.status == 0) {
+      ++ranThrough;
+      continue;
+    }
+    EXPECT_EQ(r.status, 1) << r.err;
+    const bool saysWhere = r.err.find("keep.mkv") != std::string::npos || r.err.find("s.dat") != std::string::npos;
+    EXPECT_TRUE(saysWhere) << r.err;
+    EXPECT_EQ(ReadFile(Path("keep.mkv")), "old");
+  }
+  EXPECT_LE(ranThrough, 1);
+  ASSERT_EQ(RunDravix(args).status, 0);
+  EXPECT_EQ(RunCommand("ffmpeg -v error -i " + Q(Path("keep.mkv")) + " -f null - 2>&1"), "");
+  EXPECT_EQ(VideoFrames(Path("keep.mkv")), 6 * 25);
 }
 
 }  // namespace
