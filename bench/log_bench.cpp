@@ -4,6 +4,7 @@
 // (log / plain; 1.0 means the log costs nothing over the system call).
 #include "dravix/base/zfile.h"
 #include "dravix/log/ilog.h"
+#include "median_reporter.h"
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -12,7 +13,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -72,28 +72,17 @@ void BM_ILogWrite(benchmark::State& state) {
 BENCHMARK(BM_PlainWrite)->MinTime(0.3)->Repetitions(12)->ReportAggregatesOnly(true);
 BENCHMARK(BM_ILogWrite)->MinTime(0.3)->Repetitions(12)->ReportAggregatesOnly(true);
 
-class RatioReporter : public benchmark::ConsoleReporter {
+class RatioReporter : public MedianReporter {
  public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& r : runs)
-      if (r.aggregate_name == "median") {
-        medians_[r.run_name.function_name] = r.GetAdjustedRealTime();
-        cpu_[r.run_name.function_name] = r.GetAdjustedCPUTime();
-      }
-    ConsoleReporter::ReportRuns(runs);
-  }
   void Finalize() override {
-    ConsoleReporter::Finalize();
-    const double plain = medians_["BM_PlainWrite"], log = medians_["BM_ILogWrite"];
+    MedianReporter::Finalize();
+    const double plain = Real("BM_PlainWrite"), log = Real("BM_ILogWrite");
     if (plain > 0 && log > 0)
       std::printf(
           "ILog::Write throughput / plain write(2) throughput: %.3f (median %.0f ns vs %.0f ns per line; "
           "by CPU time %.3f)\n",
-          plain / log, log, plain, cpu_["BM_PlainWrite"] / cpu_["BM_ILogWrite"]);
+          plain / log, log, plain, Cpu("BM_PlainWrite") / Cpu("BM_ILogWrite"));
   }
-
- private:
-  std::map<std::string, double> medians_, cpu_;
 };
 
 }  // namespace

@@ -1,0 +1,31 @@
+// Console output as usual, keeping the median real and CPU time of each
+// benchmark (by function name) for the closing ratios a program prints.
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+class MedianReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& r : runs)
+      if (r.aggregate_name == "median") {
+        real_[r.run_name.function_name] = r.GetAdjustedRealTime();
+        cpu_[r.run_name.function_name] = r.GetAdjustedCPUTime();
+      }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  // Median times in the benchmark's unit; 0 when it did not run.
+  double Real(const std::string& name) const { return Get(real_, name); }
+  double Cpu(const std::string& name) const { return Get(cpu_, name); }
+
+ private:
+  static double Get(const std::map<std::string, double>& m, const std::string& name) {
+    const auto it = m.find(name);
+    return it == m.end() ? 0 : it->second;
+  }
+  std::map<std::string, double> real_, cpu_;
+};
