@@ -68,11 +68,15 @@ void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE*, BYTE* dst
   for (int x = 0; x < n; ++x) dst[x] = src[static_cast<long long>(a + x * step)];
 }
 
-void ScalarLerpColumns(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE*) {
-  for (int b = 0; b < cols.bytes; ++b) {
+void ScalarLerpFrom(const int16_t* v, const LerpColumns& cols, BYTE* dst, int from) {
+  for (int b = from; b < cols.bytes; ++b) {
     const int sum = v[cols.pairs[2 * b]] * cols.weights[2 * b] + v[cols.pairs[2 * b + 1]] * cols.weights[2 * b + 1];
     dst[b] = static_cast<BYTE>(sum >> cols.shift);
   }
+}
+
+void ScalarLerpColumns(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE*) {
+  ScalarLerpFrom(v, cols, dst, 0);
 }
 
 void ScalarResampleRow(const GeneralRow& r, BYTE* dst, const BYTE*) {

@@ -266,10 +266,7 @@ void Lerp(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE*) {
   const int from = cols.doublingBytes;
   if (from > 0) LerpDoubling(v, cols, dst);
   if (cols.laneCount == 0) {
-    for (int b = from; b < cols.bytes; ++b) {
-      const int sum = v[cols.pairs[2 * b]] * cols.weights[2 * b] + v[cols.pairs[2 * b + 1]] * cols.weights[2 * b + 1];
-      dst[b] = static_cast<BYTE>(sum >> cols.shift);
-    }
+    ScalarLerpFrom(v, cols, dst, from);
   } else if (cols.laneChunks == 1) {
     LerpLanes<1>(v, cols, dst, from);
   } else {

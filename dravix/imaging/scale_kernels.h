@@ -142,6 +142,8 @@ void Avx2LerpDoubling(const int16_t* v, const LerpColumns& cols, BYTE* dst);
 void ScalarPickPlane(const BYTE* src, long long rowStart, const BYTE* readEnd, BYTE* dst, const BYTE* dstEnd, int n,
                      double step);
 void ScalarLerpColumns(const int16_t* v, const LerpColumns& cols, BYTE* dst, const BYTE* dstEnd);
+// The output bytes from `from` to the end of the row, one at a time.
+void ScalarLerpFrom(const int16_t* v, const LerpColumns& cols, BYTE* dst, int from);
 void ScalarResampleRow(const GeneralRow& row, BYTE* dst, const BYTE* dstEnd);
 void ScalarPickStrided(const StridedJob& job);
 void TablePickRow(const BYTE* src, const PickTable& plan, BYTE* dst);
