@@ -25,7 +25,6 @@
 #include <filesystem>
 #include <random>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -121,13 +120,7 @@ class RatioReporter : public MedianReporter {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<char*> args(argv, argv + argc);
-  char interleave[] = "--benchmark_enable_random_interleaving=true";
-  args.insert(args.begin() + 1, interleave);
-  int count = static_cast<int>(args.size());
-  benchmark::Initialize(&count, args.data());
   RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
+  RunInterleaved(argc, argv, &reporter);
   return 0;
 }

@@ -14,7 +14,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -92,14 +91,8 @@ int main(int argc, char** argv) {
   if (mkdtemp(templ) == nullptr) return 1;
   g_folder = std::string(templ) + "/";
   SetModulePath(g_folder.c_str());
-  std::vector<char*> args(argv, argv + argc);
-  char interleave[] = "--benchmark_enable_random_interleaving=true";
-  args.insert(args.begin() + 1, interleave);
-  int count = static_cast<int>(args.size());
-  benchmark::Initialize(&count, args.data());
   RatioReporter reporter;
-  benchmark::RunSpecifiedBenchmarks(&reporter);
-  benchmark::Shutdown();
+  RunInterleaved(argc, argv, &reporter);
   std::error_code ec;
   std::filesystem::remove_all(g_folder, ec);
   return 0;

@@ -29,3 +29,15 @@ class MedianReporter : public benchmark::ConsoleReporter {
   }
   std::map<std::string, double> real_, cpu_;
 };
+
+// Runs the benchmarks the command line selects, interleaved at random (a
+// drift of the machine's load must hit each alike), into `reporter`.
+inline void RunInterleaved(int argc, char** argv, benchmark::BenchmarkReporter* reporter) {
+  std::vector<char*> args(argv, argv + argc);
+  char interleave[] = "--benchmark_enable_random_interleaving=true";
+  args.insert(args.begin() + 1, interleave);
+  int count = static_cast<int>(args.size());
+  benchmark::Initialize(&count, args.data());
+  benchmark::RunSpecifiedBenchmarks(reporter);
+  benchmark::Shutdown();
+}
