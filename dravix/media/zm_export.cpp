@@ -21,6 +21,7 @@
 
 #include "dravix/base/ztime.h"
 #include "dravix/media/av_internal.h"
+#include "dravix/media/recording_name.h"
 #include "dravix/media/zm_format.h"
 #include "dravix/media/zm_header_reader.h"
 #include "dravix/media/zm_record_walk.h"
@@ -654,7 +655,11 @@ bool Exporter::OpenOutput() {
   }
 
   // Tags. DateUTC carries the recorder's local wall clock: it keeps no zone.
-  const std::string camera = !req_.camera.empty() ? req_.camera : std::filesystem::path(s.path).stem().string();
+  RecordingName recorded;
+  const std::filesystem::path path(s.path);
+  const std::string camera = !req_.camera.empty()                    ? req_.camera
+                             : ParseRecordingPath(s.path, &recorded) ? path.parent_path().filename().string()
+                                                                     : path.stem().string();
   av_dict_set(&oc->metadata, "title", camera.c_str(), 0);
   av_dict_set(&oc->metadata, "CAMERA", camera.c_str(), 0);
   av_dict_set(&oc->metadata, "creation_time", IsoText(origin_).c_str(), 0);

@@ -54,7 +54,8 @@ struct ZMExportRequest {
   int64_t from = 0;  // FILETIME (local wall clock)
   int64_t to = 0;
   std::vector<std::string> texts;
-  // The camera's name for the tags; empty: the first source's file name
+  // The camera's name for the tags; empty: for a file in the recorder's
+  // layout its camera folder ("cam03"), else the first source's file name
   // without folder and extension.
   std::string camera;
   // Called with 0..100 as the work advances; returning false stops the

@@ -241,6 +241,8 @@ TEST_F(CameraRecorderTest, FourCamerasOnAScheduleRollFilesThatExportWithoutAGap)
     const ProgramResult exported = RunDravix(args);
     ASSERT_EQ(exported.status, 0) << exported.err;
     EXPECT_EQ(DecodeErrors(out), "") << out;
+    EXPECT_EQ(RunCommand("ffprobe -v error -show_entries format_tags=CAMERA -of csv=p=0 '" + out + "'"),
+              "cam0" + std::to_string(i + 1) + "\n");
     const std::vector<media::FrameCode> codes = FrameCodes(out, 320, 240);
     // Sessions: the codes count 0, 1, 2, ... and start again only at a window.
     std::vector<uint32_t> sessions;
