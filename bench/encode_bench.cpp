@@ -18,6 +18,7 @@
 #include "dravix/media/frame_source.h"
 #include "dravix/media/video_encoder.h"
 #include "dravix/media/zm_format.h"
+#include "median_reporter.h"
 
 #include <benchmark/benchmark.h>
 
@@ -213,6 +214,7 @@ void Register() {
 // second for each codec and size.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
+  RatioReporter() : ConsoleReporter(ConsoleOptions()) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
       const auto it = r.counters.find("items_per_second");

@@ -29,6 +29,7 @@
 // a case's implementations).
 #include "dravix/imaging/scale.h"
 #include "dravix/imaging/scale_paths.h"
+#include "median_reporter.h"
 
 #include <benchmark/benchmark.h>
 #include <libyuv.h>
@@ -212,6 +213,7 @@ const char* const kOurs[] = {"scalar", "sse2", "avx2", "avx512", "chosen"};
 // Console output as usual, then tables of ratios of median times.
 class RatioReporter : public benchmark::ConsoleReporter {
  public:
+  RatioReporter() : ConsoleReporter(ConsoleOptions()) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs) {
       if (r.error_occurred || r.run_type != Run::RT_Aggregate) continue;

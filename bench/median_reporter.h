@@ -3,13 +3,21 @@
 #pragma once
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 
 #include <map>
 #include <string>
 #include <vector>
 
+// Colours only on a terminal (a reporter of one's own is not told of
+// --benchmark_color).
+inline benchmark::ConsoleReporter::OutputOptions ConsoleOptions() {
+  return isatty(STDOUT_FILENO) ? benchmark::ConsoleReporter::OO_ColorTabular : benchmark::ConsoleReporter::OO_Tabular;
+}
+
 class MedianReporter : public benchmark::ConsoleReporter {
  public:
+  MedianReporter() : ConsoleReporter(ConsoleOptions()) {}
   void ReportRuns(const std::vector<Run>& runs) override {
     for (const Run& r : runs)
       if (r.aggregate_name == "median") {
