@@ -37,7 +37,7 @@ bool QueuedWriter::Write(const void* data, size_t size, int64_t offset) {
       } else {
         --unallocated_;
         lock.unlock();
-        current_.data = std::make_unique<uint8_t[]>(bufferBytes_);
+        current_.data = std::make_unique_for_overwrite<uint8_t[]>(bufferBytes_);
       }
     }
     if (current_.used == 0) current_.offset = offset;
