@@ -948,12 +948,11 @@ bool Exporter::Walk() {
         reachedEnd = true;
         break;
       }
-      if (first && previousEnd != INT64_MIN && WrapSub(r.wall, previousEnd) > kGapTicks && r.wall >= origin_) {
-        chapters_.push_back({Ms(r.wall),
-                             WallText(r.wall) + " after a gap of " +
-                                 std::to_string(WrapSub(r.wall, previousEnd) / kTicksPerSecond) + " s",
-                             2});
-      }
+      // A source's first record after the previous source's end.
+      const int64_t gap = first && previousEnd != INT64_MIN ? WrapSub(r.wall, previousEnd) : 0;
+      if (gap > kGapTicks && r.wall >= origin_)
+        chapters_.push_back(
+            {Ms(r.wall), WallText(r.wall) + " after a gap of " + std::to_string(gap / kTicksPerSecond) + " s", 2});
       first = false;
       while (nextEntry < s.index.size() && s.index[nextEntry].offset <= r.pos) {
         const ZMIndexEntry& e = s.index[nextEntry++];

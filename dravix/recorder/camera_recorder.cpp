@@ -226,9 +226,10 @@ struct CameraRecorder::Impl {
   // begins with its picture start code; anything else is dropped.
   bool Keep() {
     packets.clear();
-    if (s.codec == media::kCodecMJPEG ? !media::EnsureJfifApp0(&coded)
-                                      : !media::StartsPicture(media::ZMPictureCheck::kH263, coded.data(), coded.size()))
-      return true;
+    const bool isPicture = s.codec == media::kCodecMJPEG
+                               ? media::EnsureJfifApp0(&coded)
+                               : media::StartsPicture(media::ZMPictureCheck::kH263, coded.data(), coded.size());
+    if (!isPicture) return true;
     packets.resize(1);
     packets[0].data.swap(coded);
     packets[0].key = s.codec == media::kCodecMJPEG || codedKey;
